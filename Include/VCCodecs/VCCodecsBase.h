@@ -1,0 +1,32 @@
+// Status codes and small helpers shared by the facades and the inner objects.
+// Header only; any thread.
+#pragma once
+
+#include "VCPlatform.h"
+
+namespace vc {
+
+// Nothing there yet, or no inner object to do the work (platform error 4306).
+inline constexpr HRESULT VC_E_EMPTY = HRESULT_FROM_WIN32(ERROR_EMPTY);
+// End of media (error 1100).
+inline constexpr HRESULT VC_E_END_OF_MEDIA = HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA);
+// A wait that timed out (error 1460).
+inline constexpr HRESULT VC_E_TIMEOUT = HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+// Bad stream index (error 1413).
+inline constexpr HRESULT VC_E_BAD_STREAM = HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
+// No candidate accepted (error 50).
+inline constexpr HRESULT VC_E_NO_CANDIDATE = HRESULT_FROM_WIN32(ERROR_NOT_SUPPORTED);
+
+static_assert(VC_E_EMPTY == static_cast<HRESULT>(0x800710D2u));
+static_assert(VC_E_END_OF_MEDIA == static_cast<HRESULT>(0x8007044Cu));
+static_assert(VC_E_TIMEOUT == static_cast<HRESULT>(0x800705B4u));
+static_assert(VC_E_BAD_STREAM == static_cast<HRESULT>(0x80070585u));
+static_assert(VC_E_NO_CANDIDATE == static_cast<HRESULT>(0x80070032u));
+
+// Clears an out-parameter if the caller passed one.
+template <class T>
+inline void ClearOut(T* p) {
+  if (p) *p = T{};
+}
+
+}  // namespace vc

@@ -1,0 +1,35 @@
+// The decoder facade: chooses the inner decoder for a stream from its
+// candidate table and turns packets into frames. The candidate walk and the
+// decoding path come with the decoder work; until then every call answers
+// 0x800710D2 (no inner object). Public calls arrive on any host thread.
+#pragma once
+
+#include <mutex>
+
+#include "Devices/KPropsImpl.h"
+#include "VCCodecsCore.h"
+#include "VCObject.h"
+
+namespace vc {
+
+class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<CCoVCDecoder> {
+ public:
+  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
+    return QueryInterfaceTable<IVCDecoder, IVCProps>(this, riid, ppv);
+  }
+
+  HRESULT STDMETHODCALLTYPE DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* _pVCPacket,
+                                              BOOL* _pbSupported) override;
+  HRESULT STDMETHODCALLTYPE DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentStart, K_AV_PROPS* _pAVPropsOut,
+                                         IVCFrame** _ppFrame, BSTR _bsHints) override;
+  HRESULT STDMETHODCALLTYPE DecodeAudio(IVCPacket* _pVCPacket, LONGLONG _rtSegmentStart,
+                                        IVCAudioBuffer* _pAudioBuffer, LONG* _plSamplesDecode,
+                                        BSTR _bsHints) override;
+  HRESULT STDMETHODCALLTYPE DecodeClose() override;
+
+ private:
+  std::mutex m_csLock;
+  ComPtr<IVCDecoder> m_cpVCDecoder;  // GUARDED_BY(m_csLock); none until selection is built
+};
+
+}  // namespace vc

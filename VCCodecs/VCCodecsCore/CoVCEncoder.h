@@ -1,0 +1,33 @@
+// The encoder facade: chooses the inner encoder from the codec table, feeds
+// it frames and hands out packets, in or out of process. Selection, frame
+// input and hosting come with the encoder work; until then every call answers
+// 0x800710D2 (no inner object). Public calls arrive on any host thread.
+#pragma once
+
+#include <mutex>
+
+#include "Devices/KPropsImpl.h"
+#include "VCCodecsCore.h"
+#include "VCObject.h"
+
+namespace vc {
+
+class CCoVCEncoder : public CKObjectRoot, public IVCEncoder, public IKPropsImpl<CCoVCEncoder> {
+ public:
+  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
+    return QueryInterfaceTable<IVCEncoder, IVCProps>(this, riid, ppv);
+  }
+
+  HRESULT STDMETHODCALLTYPE EncodeCodecSet(eVCMediaType _eCodecType, BSTR _bsConfigParams) override;
+  HRESULT STDMETHODCALLTYPE EncodeFramePut(IVCFrame* _pFrame, K_AV_PROPS* _pAVPropsOut, IVCPacket** _ppPacket,
+                                           BSTR _bsHints) override;
+  HRESULT STDMETHODCALLTYPE EncodePacketsGet(IVCPacket** _ppPacket, LONG* _pnReadyPackets, LONGLONG _rtMaxWaitTime,
+                                             BSTR _bsHints) override;
+  HRESULT STDMETHODCALLTYPE EncodeClose() override;
+
+ private:
+  std::mutex m_csLock;
+  ComPtr<IVCEncoder> m_cpVCEncoder;  // GUARDED_BY(m_csLock); none until selection is built
+};
+
+}  // namespace vc

@@ -1,0 +1,49 @@
+// vccodecs: command-line front end of Corvane Codecs Core.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "Commands.h"
+#include "VCPlatform.h"
+
+namespace {
+
+void Usage() {
+  std::printf(
+      "usage: vccodecs COMMAND [options]\n"
+      "  info                     module path and version, the classes and their registration\n"
+      "  register [--user]        register the module machine-wide or for the current user\n"
+      "  unregister [--user]      remove what register wrote\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "help")) {
+    Usage();
+    return argc < 2 ? 1 : 0;
+  }
+  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  const std::string strCmd = argv[1];
+  bool bUser = false;
+  for (int i = 2; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--user")) {
+      bUser = true;
+    } else {
+      std::fprintf(stderr, "vccodecs %s: unknown option %s\n", strCmd.c_str(), argv[i]);
+      return 1;
+    }
+  }
+  int rc;
+  if (strCmd == "info") {
+    rc = vctool::CmdInfo();
+  } else if (strCmd == "register" || strCmd == "unregister") {
+    rc = vctool::CmdRegister(strCmd == "register", bUser);
+  } else {
+    std::fprintf(stderr, "vccodecs: unknown command '%s'\n", strCmd.c_str());
+    Usage();
+    rc = 1;
+  }
+  CoUninitialize();
+  return rc;
+}
