@@ -164,6 +164,18 @@ HRESULT CVCModule::_RunScripts(bool bRegister) {
   return SUCCEEDED(hrFirst) ? S_OK : hrFirst;
 }
 
+#if defined(_WIN32)
+bool CVCModule::_TypeLibRegistered(REFGUID libid) const {
+  const String strKey = String(m_bPerUser ? L"Software\\Classes\\TypeLib\\" : L"TypeLib\\") + GuidToString(libid);
+  HKEY hKey = nullptr;
+  if (RegOpenKeyExW(m_bPerUser ? HKEY_CURRENT_USER : HKEY_CLASSES_ROOT, strKey.c_str(), 0, KEY_READ, &hKey) !=
+      ERROR_SUCCESS)
+    return false;
+  RegCloseKey(hKey);
+  return true;
+}
+#endif
+
 HRESULT CVCModule::_RegisterTypeLib(bool bRegister) {
   if (!m_bTypeLib) return S_OK;
 #if defined(_WIN32)
@@ -191,11 +203,17 @@ HRESULT CVCModule::_RegisterTypeLib(bool bRegister) {
                          : nullptr;
       hr = pfn ? pfn(pTypeLib, const_cast<OLECHAR*>(strModule.c_str()), strDir.data()) : E_NOTIMPL;
     } else {
-      hr = RegisterTypeLib(pTypeLib, strModule.c_str(), strDir.data());
+      hr = RegisterTypeLib(pTypeLib, const_cast<OLECHAR*>(strModule.c_str()), strDir.data());
     }
   } else {
     TLIBATTR* pAttr = nullptr;
     hr = pTypeLib->GetLibAttr(&pAttr);
+    if (SUCCEEDED(hr) && !_TypeLibRegistered(pAttr->guid)) {
+      // Nothing to remove: the platform answers such a request with an error.
+      pTypeLib->ReleaseTLibAttr(pAttr);
+      pTypeLib->Release();
+      return S_OK;
+    }
     if (SUCCEEDED(hr)) {
       if (m_bPerUser) {
         using PFN = HRESULT(WINAPI*)(REFGUID, WORD, WORD, LCID, SYSKIND);

@@ -64,6 +64,9 @@ class CVCModule {
   HRESULT _RunScripts(bool bRegister);
   HRESULT _RunScript(int nResource, bool bRegister);
   HRESULT _RegisterTypeLib(bool bRegister);
+#if defined(_WIN32)
+  bool _TypeLibRegistered(REFGUID libid) const;
+#endif
   HMODULE _LoadSibling(const String& strName, String* pstrPath);
   static std::vector<String> _CandidatePaths(const String& strName);
 

@@ -34,6 +34,12 @@ inline LONG ModuleUnlock() { return --ModuleLockCount(); }
 
 class CKObjectRoot {
  public:
+  // Objects of this system are thread-safe and may be called from any
+  // apartment: on Windows the stand-alone form aggregates the free-threaded
+  // marshaler so that callers in other apartments get the object itself, not
+  // a proxy (the classes are registered with the Neutral threading model).
+  static constexpr bool kFreeThreaded = true;
+
   HRESULT FinalConstruct() { return S_OK; }
   void FinalRelease() {}
 
@@ -70,12 +76,20 @@ template <class T>
 class CKComObject final : public T {
  public:
   CKComObject() { ModuleLock(); }
-  ~CKComObject() { ModuleUnlock(); }
+  ~CKComObject() {
+#if defined(_WIN32)
+    if (m_pMarshaler) m_pMarshaler->Release();
+#endif
+    ModuleUnlock();
+  }
   CKComObject(const CKComObject&) = delete;
   CKComObject& operator=(const CKComObject&) = delete;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (!ppv) return E_POINTER;
+#if defined(_WIN32)
+    if (m_pMarshaler && IsEqualIID(riid, IID_IMarshal)) return m_pMarshaler->QueryInterface(riid, ppv);
+#endif
     HRESULT hr = this->_InternalQueryInterface(riid, ppv);
     if (SUCCEEDED(hr)) static_cast<IUnknown*>(*ppv)->AddRef();
     return hr;
@@ -99,6 +113,13 @@ class CKComObject final : public T {
     if (!p) return E_OUTOFMEMORY;
     p->m_nRef = 1;  // keeps the object alive while FinalConstruct hands out references
     HRESULT hr = p->FinalConstruct();
+#if defined(_WIN32)
+    if (SUCCEEDED(hr) && T::kFreeThreaded) {
+      IUnknown* pSelf = nullptr;
+      p->_InternalQueryInterface(IID_IUnknown, reinterpret_cast<void**>(&pSelf));
+      hr = CoCreateFreeThreadedMarshaler(pSelf, &p->m_pMarshaler);
+    }
+#endif
     if (FAILED(hr)) {
       p->m_nRef = 0;
       delete p;
@@ -110,6 +131,9 @@ class CKComObject final : public T {
 
  private:
   std::atomic<ULONG> m_nRef{0};
+#if defined(_WIN32)
+  IUnknown* m_pMarshaler = nullptr;  // the free-threaded marshaler, aggregated
+#endif
 };
 
 // The aggregated object's implementation part: its IUnknown calls go to the

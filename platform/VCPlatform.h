@@ -18,6 +18,7 @@
 #include <objbase.h>
 #include <oleauto.h>
 #include <unknwn.h>
+#include <shlwapi.h>  // DLLVERSIONINFO
 
 // Wide literals: OLECHAR is wchar_t (16-bit) on Windows.
 #define W(s) L##s
@@ -377,6 +378,10 @@ VCRT_API LSTATUS RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass,
 }  // extern "C"
 
 #endif  // Linux
+
+#if defined(_WIN32)
+using DLLGETCLASSOBJECT = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, LPVOID*);
+#endif
 
 // Module file name suffix of this platform: sibling modules are named
 // "Corvane.<Name>.x64" plus this suffix on both platforms.

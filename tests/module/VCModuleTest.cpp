@@ -172,13 +172,16 @@ TEST_F(CreateFromModuleTest, SecondRequest_ReusesTheCachedHandle) {
   for (char& c : strUpper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   EXPECT_EQ(Create(vc::FromUtf8(strUpper), kTestObjectClsid, &strPath2), S_OK);
   EXPECT_EQ(strPath2, strPath1);
-  // A module instance without the cache entry cannot find it any more.
+#if !defined(_WIN32)
+  // A module instance without the cache entry cannot find it any more (the
+  // Windows loader would still know the loaded module by its old path).
   CVCModule other(CoreRows(), &vc::LoadRegistryScriptResource);
   IUnknown* pUnk = nullptr;
   const String strUpperW = vc::FromUtf8(strUpper);
   EXPECT_EQ(other.CreateFromModule(strUpperW.c_str(), kTestObjectClsid, IID_IUnknown,
                                    reinterpret_cast<void**>(&pUnk), nullptr),
             static_cast<HRESULT>(0x80070002u));
+#endif
   fs::remove_all(dir, ec);
 }
 
