@@ -88,25 +88,25 @@ void AppendPadding(std::string& out, int n, char c) {
 
 // Places an already converted field of nCount characters (appended to `out`
 // from offset nStart) inside its width, padding with spaces.
-void Justify(std::string& out, size_t nStart, int nCount, const CSpec& spec) {
-  const int nPad = spec.nWidth - nCount;
+void Justify(std::string& out, size_t nStart, int nCount, const CSpec& field) {
+  const int nPad = field.nWidth - nCount;
   if (nPad <= 0) return;
-  if (spec.bLeft)
+  if (field.bLeft)
     AppendPadding(out, nPad, ' ');
   else
     out.insert(nStart, static_cast<size_t>(nPad), ' ');
 }
 
 // Sign or base prefix, then zeros, then digits, within the width.
-void PutNumber(std::string& out, const CSpec& spec, std::string_view prefix, std::string_view digits,
+void PutNumber(std::string& out, const CSpec& field, std::string_view prefix, std::string_view digits,
                bool bZeroPadAllowed) {
   const int nLen = static_cast<int>(prefix.size() + digits.size());
-  const int nPad = spec.nWidth > nLen ? spec.nWidth - nLen : 0;
-  if (spec.bLeft) {
+  const int nPad = field.nWidth > nLen ? field.nWidth - nLen : 0;
+  if (field.bLeft) {
     out += prefix;
     out += digits;
     AppendPadding(out, nPad, ' ');
-  } else if (spec.bZero && bZeroPadAllowed) {
+  } else if (field.bZero && bZeroPadAllowed) {
     out += prefix;
     AppendPadding(out, nPad, '0');
     out += digits;
@@ -117,10 +117,10 @@ void PutNumber(std::string& out, const CSpec& spec, std::string_view prefix, std
   }
 }
 
-void PutInteger(std::string& out, const CSpec& spec, uint64_t uMagnitude, bool bNegative) {
-  const bool bSigned = spec.cConv == 'd' || spec.cConv == 'i';
-  const unsigned nBase = (spec.cConv == 'x' || spec.cConv == 'X') ? 16 : spec.cConv == 'o' ? 8 : 10;
-  const char* pszDigits = spec.cConv == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+void PutInteger(std::string& out, const CSpec& field, uint64_t uMagnitude, bool bNegative) {
+  const bool bSigned = field.cConv == 'd' || field.cConv == 'i';
+  const unsigned nBase = (field.cConv == 'x' || field.cConv == 'X') ? 16 : field.cConv == 'o' ? 8 : 10;
+  const char* pszDigits = field.cConv == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
 
   char buf[64];
   char* pEnd = buf + sizeof(buf);
@@ -128,25 +128,25 @@ void PutInteger(std::string& out, const CSpec& spec, uint64_t uMagnitude, bool b
   for (uint64_t v = uMagnitude; v != 0; v /= nBase) *--p = pszDigits[v % nBase];
 
   std::string digits;
-  const int nMinDigits = spec.nPrecision < 0 ? 1 : spec.nPrecision;
+  const int nMinDigits = field.nPrecision < 0 ? 1 : field.nPrecision;
   const int nHave = static_cast<int>(pEnd - p);
   if (nHave < nMinDigits) digits.assign(static_cast<size_t>(nMinDigits - nHave), '0');
   digits.append(p, pEnd);
-  if (nBase == 8 && spec.bAlt && (digits.empty() || digits[0] != '0')) digits.insert(digits.begin(), '0');
+  if (nBase == 8 && field.bAlt && (digits.empty() || digits[0] != '0')) digits.insert(digits.begin(), '0');
 
   std::string_view prefix;
   if (bSigned) {
     if (bNegative)
       prefix = "-";
-    else if (spec.bPlus)
+    else if (field.bPlus)
       prefix = "+";
-    else if (spec.bSpace)
+    else if (field.bSpace)
       prefix = " ";
-  } else if (nBase == 16 && spec.bAlt && uMagnitude != 0) {
-    prefix = spec.cConv == 'X' ? "0X" : "0x";
+  } else if (nBase == 16 && field.bAlt && uMagnitude != 0) {
+    prefix = field.cConv == 'X' ? "0X" : "0x";
   }
   // An explicit precision turns the 0 flag off, as in C.
-  PutNumber(out, spec, prefix, digits, spec.nPrecision < 0);
+  PutNumber(out, field, prefix, digits, field.nPrecision < 0);
 }
 
 template <typename T>
@@ -198,44 +198,44 @@ std::string GeneralBody(T value, int nPrecision, bool bAlt) {
 // text does not depend on the process locale's decimal separator or on which
 // C runtime MinGW links.
 template <typename T>
-void PutFloat(std::string& out, const CSpec& spec, T value) {
+void PutFloat(std::string& out, const CSpec& field, T value) {
   const bool bNegative = std::signbit(value);
   const T magnitude = std::fabs(value);
   const bool bFinite = std::isfinite(value);
-  const char cLower = static_cast<char>(spec.cConv | 0x20);
+  const char cLower = static_cast<char>(field.cConv | 0x20);
 
   std::string body;
   if (!bFinite) {
     body = std::isnan(value) ? "nan" : "inf";
   } else if (cLower == 'f') {
-    body = ToChars(magnitude, std::chars_format::fixed, spec.nPrecision < 0 ? 6 : spec.nPrecision);
-    if (spec.bAlt) ForcePoint(body, 'e');
+    body = ToChars(magnitude, std::chars_format::fixed, field.nPrecision < 0 ? 6 : field.nPrecision);
+    if (field.bAlt) ForcePoint(body, 'e');
   } else if (cLower == 'e') {
-    body = ToChars(magnitude, std::chars_format::scientific, spec.nPrecision < 0 ? 6 : spec.nPrecision);
-    if (spec.bAlt) ForcePoint(body, 'e');
+    body = ToChars(magnitude, std::chars_format::scientific, field.nPrecision < 0 ? 6 : field.nPrecision);
+    if (field.bAlt) ForcePoint(body, 'e');
   } else if (cLower == 'g') {
-    body = GeneralBody(magnitude, spec.nPrecision, spec.bAlt);
+    body = GeneralBody(magnitude, field.nPrecision, field.bAlt);
   } else {  // 'a'
-    body = "0x" + ToChars(magnitude, std::chars_format::hex, spec.nPrecision);
-    if (spec.bAlt) ForcePoint(body, 'p');
+    body = "0x" + ToChars(magnitude, std::chars_format::hex, field.nPrecision);
+    if (field.bAlt) ForcePoint(body, 'p');
   }
-  if (spec.cConv != cLower)
+  if (field.cConv != cLower)
     for (char& c : body) c = (c >= 'a' && c <= 'z') ? static_cast<char>(c - 0x20) : c;
 
   std::string_view sign;
   if (bNegative)
     sign = "-";
-  else if (spec.bPlus)
+  else if (field.bPlus)
     sign = "+";
-  else if (spec.bSpace)
+  else if (field.bSpace)
     sign = " ";
   // The hexadecimal prefix stays in front of any zero padding.
   if (cLower == 'a') {
     std::string prefix(sign);
     prefix += body.substr(0, 2);
-    PutNumber(out, spec, prefix, std::string_view(body).substr(2), true);
+    PutNumber(out, field, prefix, std::string_view(body).substr(2), true);
   } else {
-    PutNumber(out, spec, sign, body, bFinite);
+    PutNumber(out, field, sign, body, bFinite);
   }
 }
 
@@ -265,29 +265,29 @@ class CFormatter {
       m_out += '%';
       return p + 1;
     }
-    CSpec spec;
-    p = _ParseFlags(p, spec);
-    p = _ParseWidth(p, spec);
-    p = _ParsePrecision(p, spec);
-    p = _ParseSize(p, spec);
-    spec.cConv = *p;
-    if (spec.cConv == 0) {
+    CSpec field;
+    p = _ParseFlags(p, field);
+    p = _ParseWidth(p, field);
+    p = _ParsePrecision(p, field);
+    p = _ParseSize(p, field);
+    field.cConv = *p;
+    if (field.cConv == 0) {
       // A format that ends inside a conversion keeps its tail as written.
       m_out.append(pStart, p);
       return p;
     }
-    if (!_Convert(spec)) m_out.append(pStart, p + 1);
+    if (!_Convert(field)) m_out.append(pStart, p + 1);
     return p + 1;
   }
 
-  static const char* _ParseFlags(const char* p, CSpec& spec) {
+  static const char* _ParseFlags(const char* p, CSpec& field) {
     for (;; ++p) {
       switch (*p) {
-        case '-': spec.bLeft = true; break;
-        case '+': spec.bPlus = true; break;
-        case ' ': spec.bSpace = true; break;
-        case '#': spec.bAlt = true; break;
-        case '0': spec.bZero = true; break;
+        case '-': field.bLeft = true; break;
+        case '+': field.bPlus = true; break;
+        case ' ': field.bSpace = true; break;
+        case '#': field.bAlt = true; break;
+        case '0': field.bZero = true; break;
         default: return p;
       }
     }
@@ -304,81 +304,81 @@ class CFormatter {
     return p;
   }
 
-  const char* _ParseWidth(const char* p, CSpec& spec) {
+  const char* _ParseWidth(const char* p, CSpec& field) {
     if (*p == '*') {
       int n = va_arg(*m_pArgs, int);
       if (n < 0) {
-        spec.bLeft = true;
+        field.bLeft = true;
         n = n == INT32_MIN ? kMaxField : -n;
       }
-      spec.nWidth = n > kMaxField ? kMaxField : n;
+      field.nWidth = n > kMaxField ? kMaxField : n;
       return p + 1;
     }
-    return _ParseNumber(p, spec.nWidth);
+    return _ParseNumber(p, field.nWidth);
   }
 
-  const char* _ParsePrecision(const char* p, CSpec& spec) {
+  const char* _ParsePrecision(const char* p, CSpec& field) {
     if (*p != '.') return p;
     ++p;
     if (*p == '*') {
       const int n = va_arg(*m_pArgs, int);
-      spec.nPrecision = n < 0 ? -1 : (n > kMaxField ? kMaxField : n);
+      field.nPrecision = n < 0 ? -1 : (n > kMaxField ? kMaxField : n);
       return p + 1;
     }
-    return _ParseNumber(p, spec.nPrecision);
+    return _ParseNumber(p, field.nPrecision);
   }
 
-  static const char* _ParseSize(const char* p, CSpec& spec) {
+  static const char* _ParseSize(const char* p, CSpec& field) {
     switch (*p) {
       case 'h':
         if (p[1] == 'h') {
-          spec.eSize = ESize::Char;
+          field.eSize = ESize::Char;
           return p + 2;
         }
-        spec.eSize = ESize::Short;
+        field.eSize = ESize::Short;
         return p + 1;
       case 'l':
         if (p[1] == 'l') {
-          spec.eSize = ESize::Bits64;
+          field.eSize = ESize::Bits64;
           return p + 2;
         }
-        spec.eSize = ESize::Wide;  // also "32-bit" for integers, as LONG is
+        field.eSize = ESize::Wide;  // also "32-bit" for integers, as LONG is
         return p + 1;
       case 'I':
         if (p[1] == '6' && p[2] == '4') {
-          spec.eSize = ESize::Bits64;
+          field.eSize = ESize::Bits64;
           return p + 3;
         }
         if (p[1] == '3' && p[2] == '2') {
-          spec.eSize = ESize::Bits32;
+          field.eSize = ESize::Bits32;
           return p + 3;
         }
-        spec.eSize = ESize::Native;
+        field.eSize = ESize::Native;
         return p + 1;
-      case 'q': spec.eSize = ESize::Bits64; return p + 1;
+      case 'q': field.eSize = ESize::Bits64; return p + 1;
       case 'z':
       case 't':
-      case 'j': spec.eSize = ESize::Native; return p + 1;
-      case 'L': spec.eSize = ESize::LongDouble; return p + 1;
-      case 'w': spec.eSize = ESize::Wide; return p + 1;
+      case 'j': field.eSize = ESize::Native; return p + 1;
+      case 'L': field.eSize = ESize::LongDouble; return p + 1;
+      case 'w': field.eSize = ESize::Wide; return p + 1;
       default: return p;
     }
   }
 
   // Returns false for a conversion it does not know.
-  bool _Convert(CSpec& spec) {
-    switch (spec.cConv) {
+  bool _Convert(CSpec& field) {
+    switch (field.cConv) {
       case 'd':
-      case 'i': _Signed(spec); return true;
+      case 'i': _Signed(field); return true;
       case 'u':
       case 'x':
       case 'X':
-      case 'o': _Unsigned(spec); return true;
+      case 'o': _Unsigned(field); return true;
       case 'c':
-      case 'C': _Char(spec); return true;
+      case 'C': _Char(field); return true;
       case 's':
-      case 'S': _String(spec); return true;
-      case 'p': _Pointer(spec); return true;
+      case 'S': _String(field); return true;
+      case 'p': _Pointer(field); return true;
       case 'f':
       case 'F':
       case 'e':
@@ -386,15 +386,15 @@ class CFormatter {
       case 'g':
       case 'G':
       case 'a':
-      case 'A': _Float(spec); return true;
+      case 'A': _Float(field); return true;
       case 'n': (void)va_arg(*m_pArgs, void*); return true;
       default: return false;
     }
   }
 
-  void _Signed(const CSpec& spec) {
+  void _Signed(const CSpec& field) {
     int64_t v;
-    switch (spec.eSize) {
+    switch (field.eSize) {
       case ESize::Char: v = static_cast<signed char>(va_arg(*m_pArgs, int)); break;
       case ESize::Short: v = static_cast<short>(va_arg(*m_pArgs, int)); break;
       case ESize::Bits64:
@@ -404,12 +404,12 @@ class CFormatter {
     }
     // Magnitude through unsigned arithmetic so that INT64_MIN needs no negation.
     const uint64_t uMagnitude = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-    PutInteger(m_out, spec, uMagnitude, v < 0);
+    PutInteger(m_out, field, uMagnitude, v < 0);
   }
 
-  void _Unsigned(const CSpec& spec) {
+  void _Unsigned(const CSpec& field) {
     uint64_t v;
-    switch (spec.eSize) {
+    switch (field.eSize) {
       case ESize::Char: v = static_cast<unsigned char>(va_arg(*m_pArgs, unsigned int)); break;
       case ESize::Short: v = static_cast<unsigned short>(va_arg(*m_pArgs, unsigned int)); break;
       case ESize::Bits64:
@@ -417,34 +417,34 @@ class CFormatter {
       case ESize::Native: v = va_arg(*m_pArgs, size_t); break;
       default: v = va_arg(*m_pArgs, unsigned int); break;
     }
-    PutInteger(m_out, spec, v, false);
+    PutInteger(m_out, field, v, false);
   }
 
-  static bool _IsWide(const CSpec& spec) {
-    if (spec.eSize == ESize::Wide) return true;
-    if (spec.eSize == ESize::Short) return false;
-    return spec.cConv == 'S' || spec.cConv == 'C';
+  static bool _IsWide(const CSpec& field) {
+    if (field.eSize == ESize::Wide) return true;
+    if (field.eSize == ESize::Short) return false;
+    return field.cConv == 'S' || field.cConv == 'C';
   }
 
-  void _Char(const CSpec& spec) {
+  void _Char(const CSpec& field) {
     const int c = va_arg(*m_pArgs, int);
     const size_t nStart = m_out.size();
-    if (_IsWide(spec)) {
+    if (_IsWide(field)) {
       const uint32_t u = static_cast<uint16_t>(c);
       AppendUtf8(m_out, IsHighSurrogate(u) || IsLowSurrogate(u) ? kReplacement : u);
     } else {
       m_out += static_cast<char>(c);
     }
-    Justify(m_out, nStart, 1, spec);
+    Justify(m_out, nStart, 1, field);
   }
 
-  void _String(const CSpec& spec) {
+  void _String(const CSpec& field) {
     const size_t nStart = m_out.size();
     int nCount = 0;
-    if (_IsWide(spec)) {
+    if (_IsWide(field)) {
       const auto* psz = va_arg(*m_pArgs, const OLECHAR*);
       if (psz) {
-        nCount = AppendUtf16(m_out, psz, spec.nPrecision);
+        nCount = AppendUtf16(m_out, psz, field.nPrecision);
       } else {
         m_out += "(null)";
         nCount = 6;
@@ -454,27 +454,27 @@ class CFormatter {
       if (!psz) psz = "(null)";
       size_t n = 0;
       // Never reads past the precision: the text need not be terminated.
-      while ((spec.nPrecision < 0 || n < static_cast<size_t>(spec.nPrecision)) && psz[n] != 0) ++n;
+      while ((field.nPrecision < 0 || n < static_cast<size_t>(field.nPrecision)) && psz[n] != 0) ++n;
       m_out.append(psz, n);
       nCount = static_cast<int>(n);
     }
-    Justify(m_out, nStart, nCount, spec);
+    Justify(m_out, nStart, nCount, field);
   }
 
-  void _Pointer(const CSpec& spec) {
+  void _Pointer(const CSpec& field) {
     const auto u = reinterpret_cast<uintptr_t>(va_arg(*m_pArgs, void*));
     const size_t nStart = m_out.size();
     static const char kHex[] = "0123456789ABCDEF";
     for (int nShift = static_cast<int>(sizeof(uintptr_t) * 8) - 4; nShift >= 0; nShift -= 4)
       m_out += kHex[(u >> nShift) & 0xF];
-    Justify(m_out, nStart, static_cast<int>(sizeof(uintptr_t) * 2), spec);
+    Justify(m_out, nStart, static_cast<int>(sizeof(uintptr_t) * 2), field);
   }
 
-  void _Float(const CSpec& spec) {
-    if (spec.eSize == ESize::LongDouble)
-      PutFloat(m_out, spec, va_arg(*m_pArgs, long double));
+  void _Float(const CSpec& field) {
+    if (field.eSize == ESize::LongDouble)
+      PutFloat(m_out, field, va_arg(*m_pArgs, long double));
     else
-      PutFloat(m_out, spec, va_arg(*m_pArgs, double));
+      PutFloat(m_out, field, va_arg(*m_pArgs, double));
   }
 
   std::string& m_out;

@@ -194,9 +194,9 @@ TEST(FormatTextTest, HugeWidth_IsClampedNotAllocated) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 template <typename T>
-std::string LibcFormat(const std::string& spec, T value) {
+std::string LibcFormat(const std::string& strFormat, T value) {
   char buf[512];
-  std::snprintf(buf, sizeof(buf), spec.c_str(), value);
+  std::snprintf(buf, sizeof(buf), strFormat.c_str(), value);
   return buf;
 }
 #pragma GCC diagnostic pop
@@ -214,10 +214,10 @@ TEST(FormatAgreementTest, StandardSpecs_MatchTheCLibrary) {
       for (const char* precision : precisions) {
         const std::string prefix = std::string("%") + flags + width + precision;
         for (char conv : std::string("dioxXu")) {
-          const std::string spec = prefix + conv;
+          const std::string strFormat = prefix + conv;
           for (long long v : intValues) {
             const int n = static_cast<int>(v);
-            ASSERT_EQ(Format(spec.c_str(), n), LibcFormat(spec, n)) << spec << " " << n;
+            ASSERT_EQ(Format(strFormat.c_str(), n), LibcFormat(strFormat, n)) << strFormat << " " << n;
             ++nCompared;
           }
           const std::string spec64 = prefix + "ll" + conv;
@@ -227,12 +227,12 @@ TEST(FormatAgreementTest, StandardSpecs_MatchTheCLibrary) {
           }
         }
         for (char conv : std::string("feEgG")) {
-          const std::string spec = prefix + conv;
+          const std::string strFormat = prefix + conv;
           for (double v : doubleValues) {
             // glibc drops the kept zeros of "%#g" when rounding carries into a
             // new digit ("1.e+06"); C asks for "1.00000e+06", checked above.
-            if (v == 999999.5 && (conv | 0x20) == 'g' && spec.find('#') != std::string::npos) continue;
-            ASSERT_EQ(Format(spec.c_str(), v), LibcFormat(spec, v)) << spec << " " << v;
+            if (v == 999999.5 && (conv | 0x20) == 'g' && strFormat.find('#') != std::string::npos) continue;
+            ASSERT_EQ(Format(strFormat.c_str(), v), LibcFormat(strFormat, v)) << strFormat << " " << v;
             ++nCompared;
           }
         }
