@@ -14,6 +14,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "VCStrings.h"
+
 #include "VCCodecsCoreTypes.h"
 
 namespace vc {
@@ -122,18 +124,6 @@ inline constexpr std::array<VideoFormatName, 95> kVideoFormatNames = {{
     {eKVF_Disabled, "Disabled", "eKVF_Disabled"},
 }};
 
-namespace detail {
-constexpr bool EqualsIgnoreAsciiCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char ca = a[i], cb = b[i];
-    if (ca >= 'A' && ca <= 'Z') ca = static_cast<char>(ca - 'A' + 'a');
-    if (cb >= 'A' && cb <= 'Z') cb = static_cast<char>(cb - 'A' + 'a');
-    if (ca != cb) return false;
-  }
-  return true;
-}
-}  // namespace detail
 
 // The row of a base format; nullptr for stereoscopic and unknown values.
 constexpr const VideoFormatName* VideoFormatByValue(eKVideoFormat eFormat) {
@@ -146,8 +136,8 @@ constexpr const VideoFormatName* VideoFormatByValue(eKVideoFormat eFormat) {
 // ASCII case ("hd1080-50i", "eKVF_HD1080_50i"); nullptr when none does.
 constexpr const VideoFormatName* VideoFormatByName(std::string_view svName) {
   for (const VideoFormatName& row : kVideoFormatNames)
-    if (detail::EqualsIgnoreAsciiCase(svName, row.pszDisplayName) ||
-        detail::EqualsIgnoreAsciiCase(svName, row.pszEnumName))
+    if (EqualsIgnoreAsciiCase(svName, row.pszDisplayName) ||
+        EqualsIgnoreAsciiCase(svName, row.pszEnumName))
       return &row;
   return nullptr;
 }

@@ -136,17 +136,21 @@ HRESULT CVCModule::_RunScript(int nResource, bool bRegister) {
     VC_LOG(4, "Registry script %d not found in the module\n", nResource);
     return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
   }
+  std::string strError;
+  HRESULT hr = _RunRegistrar(strScript, bRegister, &strError);
+  if (FAILED(hr))
+    VC_LOG(4, "Registry script %d %hs FAILED hr=%08X %hs\n", nResource, bRegister ? "register" : "unregister",
+           static_cast<unsigned>(hr), strError.c_str());
+  return hr;
+}
+
+HRESULT CVCModule::_RunRegistrar(std::string_view script, bool bRegister, std::string* pstrError) {
   const String strModule = ModulePath();
   RegistrarOptions opts;
   opts.bPerUser = m_bPerUser;
   opts.replacements.emplace_back("MODULE", strModule);
   opts.replacements.emplace_back("MODULEDIR", DirectoryOf(strModule));
-  std::string strError;
-  HRESULT hr = RegistrarRun(strScript, bRegister, opts, &strError);
-  if (FAILED(hr))
-    VC_LOG(4, "Registry script %d %hs FAILED hr=%08X %hs\n", nResource, bRegister ? "register" : "unregister",
-           static_cast<unsigned>(hr), strError.c_str());
-  return hr;
+  return RegistrarRun(script, bRegister, opts, pstrError);
 }
 
 HRESULT CVCModule::_RunScripts(bool bRegister) {
@@ -235,16 +239,11 @@ HRESULT CVCModule::_RegisterTypeLib(bool bRegister) {
            static_cast<unsigned>(hr));
   return hr;
 #else
-  const String strModule = ModulePath();
-  RegistrarOptions opts;
-  opts.bPerUser = m_bPerUser;
-  opts.replacements.emplace_back("MODULE", strModule);
-  opts.replacements.emplace_back("MODULEDIR", DirectoryOf(strModule));
   std::string strError;
-  HRESULT hr = RegistrarRun(kTypeLibScript, bRegister, opts, &strError);
+  HRESULT hr = _RunRegistrar(kTypeLibScript, bRegister, &strError);
   if (FAILED(hr))
-    VC_LOG(4, "%hs(%ws) FAILED hr=%08X %hs\n", bRegister ? "RegisterTypeLib" : "UnRegisterTypeLib", strModule.c_str(),
-           static_cast<unsigned>(hr), strError.c_str());
+    VC_LOG(4, "%hs(%ws) FAILED hr=%08X %hs\n", bRegister ? "RegisterTypeLib" : "UnRegisterTypeLib",
+           ModulePath().c_str(), static_cast<unsigned>(hr), strError.c_str());
   return hr;
 #endif
 }

@@ -13,6 +13,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VCObject.h"
@@ -63,6 +64,7 @@ class CVCModule {
  private:
   HRESULT _RunScripts(bool bRegister);
   HRESULT _RunScript(int nResource, bool bRegister);
+  HRESULT _RunRegistrar(std::string_view script, bool bRegister, std::string* pstrError);
   HRESULT _RegisterTypeLib(bool bRegister);
 #if defined(_WIN32)
   bool _TypeLibRegistered(REFGUID libid) const;

@@ -32,19 +32,9 @@ struct CRunError {
 bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f' || c == '\0'; }
 bool EndsBareWord(char c) { return IsSpace(c) || c == '{' || c == '}' || c == '=' || c == '\''; }
 
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char ca = a[i], cb = b[i];
-    if (ca >= 'A' && ca <= 'Z') ca = static_cast<char>(ca - 'A' + 'a');
-    if (cb >= 'A' && cb <= 'Z') cb = static_cast<char>(cb - 'A' + 'a');
-    if (ca != cb) return false;
-  }
-  return true;
-}
 
 bool IsClassesRootName(std::string_view word) {
-  return EqualsNoCase(word, "HKCR") || EqualsNoCase(word, "HKEY_CLASSES_ROOT");
+  return EqualsIgnoreAsciiCase(word, "HKCR") || EqualsIgnoreAsciiCase(word, "HKEY_CLASSES_ROOT");
 }
 
 // End of the quoted string that starts at |nOpen| (one past its closing quote),
@@ -295,13 +285,13 @@ std::string Describe(const Token& t) {
 
 HKEY RootFromName(std::string_view name) {
   if (IsClassesRootName(name)) return HKEY_CLASSES_ROOT;
-  if (EqualsNoCase(name, "HKCU") || EqualsNoCase(name, "HKEY_CURRENT_USER")) return HKEY_CURRENT_USER;
-  if (EqualsNoCase(name, "HKLM") || EqualsNoCase(name, "HKEY_LOCAL_MACHINE")) return HKEY_LOCAL_MACHINE;
+  if (EqualsIgnoreAsciiCase(name, "HKCU") || EqualsIgnoreAsciiCase(name, "HKEY_CURRENT_USER")) return HKEY_CURRENT_USER;
+  if (EqualsIgnoreAsciiCase(name, "HKLM") || EqualsIgnoreAsciiCase(name, "HKEY_LOCAL_MACHINE")) return HKEY_LOCAL_MACHINE;
   return nullptr;
 }
 
 bool IsKeyword(const Token& t, std::string_view keyword) {
-  return t.kind == TokenKind::Word && EqualsNoCase(t.sText, keyword);
+  return t.kind == TokenKind::Word && EqualsIgnoreAsciiCase(t.sText, keyword);
 }
 
 class CScriptParser {
@@ -465,7 +455,7 @@ class CScriptParser {
       } else {
         const String* pValue = nullptr;
         for (const auto& [sName, sValue] : m_replacements)
-          if (EqualsNoCase(sName, name)) {
+          if (EqualsIgnoreAsciiCase(sName, name)) {
             pValue = &sValue;
             break;
           }

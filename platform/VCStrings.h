@@ -21,6 +21,22 @@ String ToLowerAscii(StringView s);
 int StrICmp(StringView a, StringView b) noexcept;
 bool StrIEquals(StringView a, StringView b) noexcept;
 
+// Narrow ASCII comparison without regard to letter case (constexpr: used by
+// header-only tables).
+constexpr bool EqualsIgnoreAsciiCase(std::string_view a, std::string_view b) noexcept {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    char ca = a[i], cb = b[i];
+    if (ca >= 'A' && ca <= 'Z') ca = static_cast<char>(ca - 'A' + 'a');
+    if (cb >= 'A' && cb <= 'Z') cb = static_cast<char>(cb - 'A' + 'a');
+    if (ca != cb) return false;
+  }
+  return true;
+}
+
+// Appends one code point (at most U+10FFFF) as UTF-8.
+void AppendUtf8(std::string& out, uint32_t cp);
+
 // UTF-8 <-> UTF-16; malformed input becomes U+FFFD rather than failing.
 std::string ToUtf8(StringView s);
 std::string ToUtf8(const OLECHAR* s);
