@@ -144,6 +144,14 @@ TEST_F(CreateFromModuleTest, MissingModule_IsFileNotFound) {
   EXPECT_EQ(Create(Name("Nowhere.x64"), kTestObjectClsid), static_cast<HRESULT>(0x80070002u));
 }
 
+TEST_F(CreateFromModuleTest, LoaderErrorModeIsRestoredAfterTheSearch) {
+  const UINT uMine = SEM_FAILCRITICALERRORS;
+  const UINT uOriginal = SetErrorMode(uMine);
+  EXPECT_EQ(Create(Name("Corvane.Nowhere.x64"), kTestObjectClsid), static_cast<HRESULT>(0x80070002u));
+  EXPECT_EQ(Create(Name("Corvane.Test.Objects.x64"), kTestObjectClsid), S_OK);
+  EXPECT_EQ(SetErrorMode(uOriginal), uMine);
+}
+
 TEST_F(CreateFromModuleTest, ModuleWithoutClassObjectEntry_IsProcedureNotFound) {
   EXPECT_EQ(Create(Name("Corvane.Test.NoEntry.x64"), kTestObjectClsid), static_cast<HRESULT>(0x8007007Fu));
 }
