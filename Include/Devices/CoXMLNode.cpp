@@ -1,0 +1,1 @@
+// placeholder: the property tree is being written
