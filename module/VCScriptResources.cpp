@@ -22,7 +22,7 @@ std::string LoadRegistryScriptResource(int nResource) {
   return p ? std::string(p, cb) : std::string();
 #else
   for (const auto& script : kEmbeddedScripts)
-    if (script.nResource == nResource) return std::string(script.szText);
+    if (script.nResource == nResource) return std::string(script.text);
   return {};
 #endif
 }

@@ -11,6 +11,9 @@ cmake --preset default -DVC_WERROR="$WERROR" >/dev/null
 cmake --build --preset default
 ctest --preset default
 
+echo "== Fuzzing the property parser (${VC_FUZZ_SECONDS:-60} s)"
+bash fuzz/run.sh "${VC_FUZZ_SECONDS:-60}"
+
 echo "== Windows (MinGW-w64) build, tests under Wine"
 cmake --preset windows -DVC_WERROR="$WERROR" >/dev/null
 cmake --build --preset windows

@@ -4,10 +4,9 @@
 // 0x800710D2 (no inner object). Public calls arrive on any host thread.
 #pragma once
 
-#include <mutex>
-
 #include "Devices/KPropsImpl.h"
 #include "VCCodecsCore.h"
+#include "VCCritSec.h"
 #include "VCObject.h"
 
 namespace vc {
@@ -17,6 +16,7 @@ class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return QueryInterfaceTable<IVCDecoder, IVCProps>(this, riid, ppv);
   }
+  CKCritSec& _PropsLock() { return m_csLock; }
 
   HRESULT STDMETHODCALLTYPE DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* _pVCPacket,
                                               BOOL* _pbSupported) override;
@@ -28,7 +28,7 @@ class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   HRESULT STDMETHODCALLTYPE DecodeClose() override;
 
  private:
-  std::mutex m_csLock;
+  CKCritSec m_csLock;
   ComPtr<IVCDecoder> m_cpVCDecoder;  // GUARDED_BY(m_csLock); none until selection is built
 };
 

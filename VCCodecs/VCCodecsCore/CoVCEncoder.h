@@ -4,10 +4,9 @@
 // 0x800710D2 (no inner object). Public calls arrive on any host thread.
 #pragma once
 
-#include <mutex>
-
 #include "Devices/KPropsImpl.h"
 #include "VCCodecsCore.h"
+#include "VCCritSec.h"
 #include "VCObject.h"
 
 namespace vc {
@@ -17,6 +16,7 @@ class CCoVCEncoder : public CKObjectRoot, public IVCEncoder, public IKPropsImpl<
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return QueryInterfaceTable<IVCEncoder, IVCProps>(this, riid, ppv);
   }
+  CKCritSec& _PropsLock() { return m_csLock; }
 
   HRESULT STDMETHODCALLTYPE EncodeCodecSet(eVCMediaType _eCodecType, BSTR _bsConfigParams) override;
   HRESULT STDMETHODCALLTYPE EncodeFramePut(IVCFrame* _pFrame, K_AV_PROPS* _pAVPropsOut, IVCPacket** _ppPacket,
@@ -26,7 +26,7 @@ class CCoVCEncoder : public CKObjectRoot, public IVCEncoder, public IKPropsImpl<
   HRESULT STDMETHODCALLTYPE EncodeClose() override;
 
  private:
-  std::mutex m_csLock;
+  CKCritSec m_csLock;
   ComPtr<IVCEncoder> m_cpVCEncoder;  // GUARDED_BY(m_csLock); none until selection is built
 };
 

@@ -3,7 +3,7 @@
 namespace vc {
 
 ComPtr<IUnknown> CCoVCMuxer::_SideDataInner() {
-  std::lock_guard lock(m_csLock);
+  CKAutoLock lock(m_csLock);
   return ComPtr<IUnknown>(m_cpVCMuxer.Get());
 }
 

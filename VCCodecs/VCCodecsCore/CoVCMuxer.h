@@ -4,11 +4,10 @@
 // host thread; m_csLock guards the inner-object reference.
 #pragma once
 
-#include <mutex>
-
 #include "Devices/KPropsImpl.h"
 #include "VCCodecs/VCSideDataRedir.h"
 #include "VCCodecsCore.h"
+#include "VCCritSec.h"
 #include "VCObject.h"
 
 namespace vc {
@@ -21,6 +20,7 @@ class CCoVCMuxer : public CKObjectRoot,
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return QueryInterfaceTable<IVCMuxer, IVCProps, IVCSideData>(this, riid, ppv);
   }
+  CKCritSec& _PropsLock() { return m_csLock; }
   ComPtr<IUnknown> _SideDataInner();
 
   HRESULT STDMETHODCALLTYPE MuxerSet(BSTR _bsFilePath, BSTR _bsProps) override;
@@ -31,7 +31,7 @@ class CCoVCMuxer : public CKObjectRoot,
   HRESULT STDMETHODCALLTYPE MuxerClose() override;
 
  private:
-  std::mutex m_csLock;
+  CKCritSec m_csLock;
   ComPtr<IVCMuxer> m_cpVCMuxer;  // GUARDED_BY(m_csLock); none until creation is built
 };
 

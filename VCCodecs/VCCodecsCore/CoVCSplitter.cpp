@@ -3,7 +3,7 @@
 namespace vc {
 
 ComPtr<IUnknown> CCoVCSplitter::_SideDataInner() {
-  std::lock_guard lock(m_csLock);
+  CKAutoLock lock(m_csLock);
   return ComPtr<IUnknown>(m_cpVCSplitter.Get());
 }
 

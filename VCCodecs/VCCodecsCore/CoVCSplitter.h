@@ -5,11 +5,10 @@
 // host thread; m_csLock guards the inner-object reference.
 #pragma once
 
-#include <mutex>
-
 #include "Devices/KPropsImpl.h"
 #include "VCCodecs/VCSideDataRedir.h"
 #include "VCCodecsCore.h"
+#include "VCCritSec.h"
 #include "VCObject.h"
 
 namespace vc {
@@ -22,6 +21,7 @@ class CCoVCSplitter : public CKObjectRoot,
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return QueryInterfaceTable<IVCSplitter, IVCProps, IVCSideData>(this, riid, ppv);
   }
+  CKCritSec& _PropsLock() { return m_csLock; }
   ComPtr<IUnknown> _SideDataInner();
 
   HRESULT STDMETHODCALLTYPE SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) override;
@@ -35,7 +35,7 @@ class CCoVCSplitter : public CKObjectRoot,
   HRESULT STDMETHODCALLTYPE SplitterClose() override;
 
  private:
-  std::mutex m_csLock;
+  CKCritSec m_csLock;
   ComPtr<IVCSplitter> m_cpVCSplitter;  // GUARDED_BY(m_csLock); none until open is built
 };
 

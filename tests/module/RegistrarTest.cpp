@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "TestEnvironment.h"
+#include "VCModule.h"
 #include "VCRegistrar.h"
 #include "VCStrings.h"
 
@@ -39,21 +40,20 @@ const ClassScript kClassScripts[] = {
      "{C0DE1C74-4CC0-4830-9CC3-F064196B2626}"},
 };
 
-// The scripts as the module embeds them: module/res of the source tree, found
-// above the test binary (build/<preset>/bin) or the working folder.
+// The scripts as the module carries them (REGISTRY resources on Windows,
+// compiled-in copies on Linux), by their file names in module/res.
 std::string ReadModuleScript(const std::string& sFile) {
-  namespace fs = std::filesystem;
-  for (fs::path dir : {fs::path(vctest::BinDir()), fs::current_path()}) {
-    for (; !dir.empty(); dir = dir.parent_path()) {
-      if (std::ifstream in{dir / "module" / "res" / sFile, std::ios::binary}) {
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-      }
-      if (dir == dir.parent_path()) break;
+  static const std::pair<const char*, int> kScripts[] = {
+      {"VCCodecsCore.rgs", vc::IDR_VCCODECSCORE}, {"VCSplitter.rgs", vc::IDR_VCSPLITTER},
+      {"VCDecoder.rgs", vc::IDR_VCDECODER},       {"VCEncoder.rgs", vc::IDR_VCENCODER},
+      {"VCMuxer.rgs", vc::IDR_VCMUXER}};
+  for (const auto& [szFile, nResource] : kScripts)
+    if (sFile == szFile) {
+      std::string text = vc::LoadRegistryScriptResource(nResource);
+      if (text.empty()) ADD_FAILURE() << "registry script " << sFile << " is not in the module's resources";
+      return text;
     }
-  }
-  ADD_FAILURE() << "module/res/" << sFile << " not found above " << vctest::BinDir();
+  ADD_FAILURE() << "no registry script named " << sFile;
   return {};
 }
 

@@ -1,9 +1,13 @@
 // The tool's commands; each returns the process exit code. Main thread.
 #pragma once
 
+#include <string>
+#include <vector>
+
 namespace vctool {
 
 int CmdInfo();
 int CmdRegister(bool bRegister, bool bPerUser);
+int CmdProps(const std::vector<std::string>& args);
 
 }  // namespace vctool

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "Commands.h"
 #include "VCPlatform.h"
@@ -13,7 +14,9 @@ void Usage() {
       "usage: vccodecs COMMAND [options]\n"
       "  info                     module path and version, the classes and their registration\n"
       "  register [--user]        register the module machine-wide or for the current user\n"
-      "  unregister [--user]      remove what register wrote\n");
+      "  unregister [--user]      remove what register wrote\n"
+      "  props CLASS              list the properties of splitter, decoder, encoder or muxer\n"
+      "  props CLASS NAME=VALUE.. set properties and show what reads back\n");
 }
 
 }  // namespace
@@ -25,6 +28,11 @@ int main(int argc, char** argv) {
   }
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   const std::string strCmd = argv[1];
+  if (strCmd == "props") {
+    const int rc = vctool::CmdProps(std::vector<std::string>(argv + 2, argv + argc));
+    CoUninitialize();
+    return rc;
+  }
   bool bUser = false;
   for (int i = 2; i < argc; ++i) {
     if (!std::strcmp(argv[i], "--user")) {

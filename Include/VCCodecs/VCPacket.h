@@ -1,0 +1,85 @@
+// The compressed packet object (IVCPacket) that the splitter's queues carry,
+// and the stream description value (CKStreamInfo) that packets and queue
+// records keep.
+//
+// A packet owns its K_PACKET_INFO, K_STREAM_INFO and K_TIME and its payload.
+// The payload is either a buffer of its own (CreateVCPacket copies the bytes
+// in) or memory owned by someone else (CreateVCPacketOver wraps, for example,
+// an FFmpeg packet without copying, and calls the owner's release function
+// when the packet goes). lpPacketData/cbPacketData always describe the
+// payload the packet holds: PacketInfoSet leaves them (and the side-data
+// pointer and size) as they are, so no caller can point a packet at memory it
+// does not own; PacketAppendData is the only way to change the payload.
+//
+// Every method may be called from any thread; a small lock keeps the records
+// consistent. Pointers handed out (lpPacketData, lpSideData, lpCodecData,
+// bsCodecNameOrTag) stay the packet's: they are valid while the caller holds
+// a reference and, for the payload, until the next PacketAppendData. The
+// caller must not free them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "VCCodecsCore.h"
+#include "VCStrings.h"
+
+namespace vc {
+
+// A K_STREAM_INFO that owns its codec data bytes and codec-name BSTR. Copies
+// share one immutable block of storage, so copying a description (a queue
+// does for every packet) costs a reference count, not an allocation. The
+// record's fields read directly (stmInfo.eMediaType); lpCodecData and
+// bsCodecNameOrTag point into the storage and stay valid while this object
+// or any copy of it lives: never free them, never repoint them.
+// Not synchronised: a value, one owner at a time.
+class CKStreamInfo : public K_STREAM_INFO {
+ public:
+  CKStreamInfo();  // all zero, eVCMT_Empty
+  // Deep copy of the record; the source's pointers are not kept.
+  explicit CKStreamInfo(const K_STREAM_INFO& src);
+
+  const K_STREAM_INFO& Get() const { return *this; }
+
+  // Same field values, the same codec data bytes and the same codec name.
+  bool SameAs(const K_STREAM_INFO& other) const;
+  // A copy of src that shares prev's storage when prev describes the same
+  // stream (the usual case for consecutive packets of one stream).
+  static CKStreamInfo FromShared(const K_STREAM_INFO& src, const CKStreamInfo& prev);
+  // Whether the two share one block of storage (false when this owns none).
+  bool SharesStorageWith(const CKStreamInfo& other) const {
+    return m_spStorage && m_spStorage == other.m_spStorage;
+  }
+
+ private:
+  struct CStorage {
+    std::vector<uint8_t> vecCodecData;
+    CBstr bsName;
+  };
+  std::shared_ptr<const CStorage> m_spStorage;  // null when there is nothing to own
+};
+
+// Zero bytes kept after an owned payload: FFmpeg's bitstream readers may read
+// up to 64 bytes past the end of a packet.
+inline constexpr size_t kPacketPadding = 64;
+
+// Releases an external payload; called once, with pContext, when the packet
+// no longer needs the memory (destroyed, or the payload copied by an append).
+using PFN_PACKET_PAYLOAD_RELEASE = void (*)(void* pContext);
+
+// Creates a packet with a copy of cbData bytes at pData (none when cbData is
+// 0). Any record pointer may be null: the packet then starts from a zeroed
+// record (media type eVCMT_Empty, times 0). The side data that pPacketInfo
+// points to, if any, is copied too. Hands out one reference.
+HRESULT CreateVCPacket(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo, const K_TIME* pTime,
+                       const void* pData, LONG cbData, IVCPacket** ppPacket);
+
+// As CreateVCPacket, but the payload is not copied: the packet reads pData
+// in place and calls pfnRelease(pContext) once it no longer needs it (also
+// when creation fails). The memory must stay valid and unchanged until then.
+HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo,
+                           const K_TIME* pTime, const void* pData, LONG cbData,
+                           PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext, IVCPacket** ppPacket);
+
+}  // namespace vc
