@@ -21,12 +21,13 @@
 #include <mutex>
 
 #include "KRefObject.h"
+#include "KStatsLock.h"
 
 namespace vc {
 
 class KAverageCalc : public CKRefObject {
  public:
-  explicit KAverageCalc(int nWindow = 1);
+  explicit KAverageCalc(int nWindow = 1, eKStatsLocking eLocking = eKStatsLocking::Own);
 
   // Sizes below 2 become 1. A different size empties the window; the same
   // size keeps it.
@@ -51,7 +52,7 @@ class KAverageCalc : public CKRefObject {
                  int nMaxCount = 0) const;
 
  private:
-  mutable std::mutex m_csLock;
+  mutable CKStatsLock m_csLock;
   std::unique_ptr<double[]> m_pSamples;  // GUARDED_BY(m_csLock); 2 * m_nWindow doubles
   int m_nWindow = 0;                     // GUARDED_BY(m_csLock)
   int m_nLastIndex = -1;                 // GUARDED_BY(m_csLock); -1 when empty

@@ -6,7 +6,7 @@
 
 namespace vc {
 
-KAverageTime::KAverageTime(int nWindow) : KAverageCalc(nWindow) {}
+KAverageTime::KAverageTime(int nWindow, eKStatsLocking eLocking) : KAverageCalc(nWindow, eLocking) {}
 
 KAverageTime::KAverageTime(int nWindow, KClock::CounterFn fnCounter, int64_t llFrequency)
     : KAverageCalc(nWindow), m_clock(std::move(fnCounter), llFrequency) {}

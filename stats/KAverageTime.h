@@ -17,7 +17,7 @@ namespace vc {
 
 class KAverageTime : public KAverageCalc {
  public:
-  explicit KAverageTime(int nWindow = 1);
+  explicit KAverageTime(int nWindow = 1, eKStatsLocking eLocking = eKStatsLocking::Own);
   // For tests: the clock reads fnCounter at llFrequency ticks per second.
   KAverageTime(int nWindow, KClock::CounterFn fnCounter, int64_t llFrequency);
 

@@ -6,7 +6,17 @@
 namespace vc {
 
 int32_t KBitrateCalc::Add(int64_t llTime, int32_t nBytes, double dblWindowSeconds) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  std::lock_guard<CKStatsLock> lock(m_csLock);
+  _Push(llTime, nBytes, dblWindowSeconds);
+  return _Rate();
+}
+
+void KBitrateCalc::Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds) {
+  std::lock_guard<CKStatsLock> lock(m_csLock);
+  _Push(llTime, nBytes, dblWindowSeconds);
+}
+
+void KBitrateCalc::_Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds) {
   if (llTime == kUnsetTime && !m_deqEntries.empty()) llTime = m_deqEntries.back().llTime;
   m_deqEntries.push_back({llTime, nBytes});
   m_llTotal += nBytes;
@@ -18,16 +28,21 @@ int32_t KBitrateCalc::Add(int64_t llTime, int32_t nBytes, double dblWindowSecond
     m_llTotal -= m_deqEntries.front().nBytes;
     m_deqEntries.pop_front();
   }
-  return _Rate();
 }
 
 int32_t KBitrateCalc::Rate() const {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  std::lock_guard<CKStatsLock> lock(m_csLock);
   return _Rate();
 }
 
+void KBitrateCalc::Reset() {
+  std::lock_guard<CKStatsLock> lock(m_csLock);
+  m_deqEntries.clear();
+  m_llTotal = 0;
+}
+
 size_t KBitrateCalc::Count() const {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  std::lock_guard<CKStatsLock> lock(m_csLock);
   return m_deqEntries.size();
 }
 

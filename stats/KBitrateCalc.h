@@ -9,23 +9,30 @@
 #include <mutex>
 
 #include "KRefObject.h"
+#include "KStatsLock.h"
 #include "KStatsMath.h"
 
 namespace vc {
 
 class KBitrateCalc : public CKRefObject {
  public:
-  KBitrateCalc() = default;
+  explicit KBitrateCalc(eKStatsLocking eLocking = eKStatsLocking::Own) : m_csLock(eLocking) {}
 
   // Appends a packet of nBytes at llTime (kUnsetTime: the newest entry's
   // time) and drops the oldest entries that lie more than dblWindowSeconds
   // before it, never the newest. Returns Rate().
   int32_t Add(int64_t llTime, int32_t nBytes, double dblWindowSeconds);
+  // The same without working out the rate, for owners that read it only
+  // when they publish.
+  void Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds);
 
   // Bits per second over the entries, 0 with fewer than two or no positive
   // span. The newest packet's bytes are left out: the span ends where that
   // packet begins. Saturates at the int32 range.
   int32_t Rate() const;
+
+  // Forgets every entry.
+  void Reset();
 
   // Entries currently held (for the queue's own statistics).
   size_t Count() const;
@@ -36,9 +43,10 @@ class KBitrateCalc : public CKRefObject {
     int32_t nBytes;
   };
 
+  void _Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds);
   int32_t _Rate() const;
 
-  mutable std::mutex m_csLock;
+  mutable CKStatsLock m_csLock;
   std::deque<Entry> m_deqEntries;  // GUARDED_BY(m_csLock); oldest first
   int64_t m_llTotal = 0;           // GUARDED_BY(m_csLock); bytes of m_deqEntries
 };

@@ -325,8 +325,13 @@ bool CoXMLNode::Impl::SplitKeyValue(StringView selector, StringView* pKey, Strin
 bool CoXMLNode::Impl::MatchesText(const CoXMLNode* pNode, StringView selector) {
   StringView key, value;
   if (SplitKeyValue(selector, &key, &value)) {
+    // The key reads like the last part of a path: the attribute, else the
+    // child of that name. An attribute later turned into a node (by a path
+    // that goes on below it) still selects.
     const size_t nPos = pNode->m_pImpl->FindAttribute(key);
-    return nPos != kNotFound && StringView(pNode->m_pImpl->vecAttributes[nPos].strValue) == value;
+    if (nPos != kNotFound) return StringView(pNode->m_pImpl->vecAttributes[nPos].strValue) == value;
+    const CGroup* pGroup = pNode->m_pImpl->FindGroup(key);
+    return pGroup && StringView(pGroup->vecNodes.front()->m_strValue) == value;
   }
   return StringView(pNode->m_strValue) == selector;
 }

@@ -12,7 +12,8 @@
 //                   at most six digits; "name[]" is index 0)
 //   "name[text]"    the child called "name" whose own value is "text", or,
 //                   for "key=value" (value optionally quoted), whose
-//                   attribute "key" is "value"
+//                   attribute "key" (or, lacking one, whose child "key")
+//                   has the value "value"
 // Brackets are a selector only when "]" ends the path, or is followed by
 // "::", or by one character and then "::" (that character is ignored);
 // otherwise they are ordinary characters of the name. Get, set and create

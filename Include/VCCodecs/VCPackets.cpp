@@ -109,7 +109,7 @@ LONGLONG VCPacketDeq::DeqPut(IVCPacket* _pPacket, LONGLONG rtReady, LONGLONG rtM
   _BeginSegmentOf(packetInfo);
   VC_PACKETS_ASSERT(!m_bEOS);
   m_bEOS.store(false, std::memory_order_relaxed);
-  m_bitrate->Add(packetInfo.time.rtStartTime, packetInfo.pktInfo.cbPacketData, 1.0);
+  m_bitrate->Push(packetInfo.time.rtStartTime, packetInfo.pktInfo.cbPacketData, 1.0);
   _Stamp(packetInfo);
   _TrackTime(packetInfo);
   m_llSizeBytes += packetInfo.pktInfo.cbPacketData;
@@ -262,7 +262,7 @@ void VCPacketDeq::_Clear() {
   m_lastTime = K_TIME{};
   m_rate.Clear();
   m_tpLastPut = std::chrono::steady_clock::now();
-  m_bitrate.emplace();  // the meter has no reset of its own
+  m_bitrate->Reset();
   m_llDropped = 0;
 }
 

@@ -226,8 +226,8 @@ class VCPacketDeq {
   bool m_bWaitStream = false;                 // GUARDED_BY(m_csLock)
   eVCMediaType m_eMediaType = eVCMT_Empty;    // GUARDED_BY(m_csLock)
   std::atomic<LONG> m_nAVIndex{0};            // set by the set once, right after creation
-  std::optional<KBitrateCalc> m_bitrate{std::in_place};  // GUARDED_BY(m_csLock); replaced to reset
-  KAverageTime m_rate{30};                    // GUARDED_BY(m_csLock)
+  std::optional<KBitrateCalc> m_bitrate{std::in_place, eKStatsLocking::ByOwner};  // GUARDED_BY(m_csLock); replaced to reset
+  KAverageTime m_rate{30, eKStatsLocking::ByOwner};  // GUARDED_BY(m_csLock)
   KClock m_clockStats;                        // its own lock
   // The description of the last packet put: the next one usually shares it.
   CKStreamInfo m_stmInfoLast;                 // GUARDED_BY(m_csLock)
@@ -297,7 +297,7 @@ class VCPacketsStreams {
   // so a new segment replaces it, under m_csBitrate so a reader never sees it
   // replaced under it.
   mutable std::mutex m_csBitrate;
-  std::optional<KBitrateCalc> m_bitrate{std::in_place};  // GUARDED_BY(m_csBitrate)
+  std::optional<KBitrateCalc> m_bitrate{std::in_place, eKStatsLocking::ByOwner};  // GUARDED_BY(m_csBitrate)
 };
 
 // ---------------------------------------------------------------------------
@@ -351,7 +351,7 @@ LONGLONG VCPacketsStreams<TOwner, TDeq>::PacketPut(IVCPacket* _pPacket, bool bCr
   const LONGLONG rtDuration = pDeq->DeqPut(_pPacket, toTime(dblReady), toTime(dblMax), bDropAllowed, &time);
   {
     std::lock_guard<std::mutex> lockBitrate(m_csBitrate);
-    m_bitrate->Add(time.rtStartTime, pktInfo.cbPacketData, 1.0);
+    m_bitrate->Push(time.rtStartTime, pktInfo.cbPacketData, 1.0);
   }
   if (pnAVIndex) pDeq->MediaTypeGet(pnAVIndex);
   return rtDuration;
@@ -399,7 +399,7 @@ bool VCPacketsStreams<TOwner, TDeq>::BeginSegment(LONG nStream, LONGLONG rtSegme
 
   {
     std::lock_guard<std::mutex> lockBitrate(m_csBitrate);
-    m_bitrate.emplace();
+    m_bitrate->Reset();
   }
   bool bCleared = false;
   for (auto it = m_mapDeques.begin(); it != m_mapDeques.end();) {

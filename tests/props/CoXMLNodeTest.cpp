@@ -277,6 +277,19 @@ TEST_F(CoXMLNodeTest, TextSelector_MatchesOwnValueOrAttribute) {
   EXPECT_EQ(Get("stream[type=data]::codec"), "klv");
 }
 
+TEST_F(CoXMLNodeTest, KeySelectorOverATurnedAttribute_StillSelects) {
+  // The path creates n with attribute x, then needs a node x below n: x
+  // becomes a node, and the selector reads it there.
+  const XMLNodePtr spX = m_spRoot->CreateNode(S("n[x=1]::x"));
+  ASSERT_NE(spX, nullptr);
+  EXPECT_EQ(m_spRoot->FindNode(S("n[x=1]::x")), spX);
+  EXPECT_EQ(U8(spX->Value()), "1");
+  EXPECT_EQ(m_spRoot->FindChild(S("n"))->FindAttribute(S("x")), nullptr);
+  ASSERT_EQ(Set("n[x=1]::x::y", "2"), S_OK);
+  EXPECT_EQ(Get("n[x=1]::x::y"), "2");
+  EXPECT_EQ(m_spRoot->CountChildren(S("n")), 1u);
+}
+
 TEST_F(CoXMLNodeTest, OneCharacterBeforeSeparator_IsIgnored) {
   ASSERT_EQ(Set("t[1]::x", "0"), E_INVALIDARG);  // no t yet: index 1 is past the end
   ASSERT_EQ(Set("t[0]::x", "a"), S_OK);

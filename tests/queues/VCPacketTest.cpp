@@ -13,7 +13,6 @@
 namespace {
 
 using queuetest::InfoOf;
-using queuetest::RefCount;
 
 const uint8_t* Bytes(LONGLONG lp) { return reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(lp)); }
 LONGLONG Address(const void* p) { return static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(p)); }
@@ -108,17 +107,6 @@ TEST_F(VCPacketTest, Create_CopiesStreamInfoTimeAndSideData) {
   ASSERT_EQ(cpPacket->PacketTimeGet(&gotTime), S_OK);
   EXPECT_EQ(gotTime.rtStartTime, 100);
   EXPECT_EQ(gotTime.rtEndTime, 200);
-}
-
-TEST_F(VCPacketTest, CreateWithoutRecords_StartsZeroedAndEmpty) {
-  vc::ComPtr<IVCPacket> cpPacket;
-  ASSERT_EQ(vc::CreateVCPacket(nullptr, nullptr, nullptr, nullptr, 0, cpPacket.AddressOf()), S_OK);
-  K_STREAM_INFO stream{};
-  stream.eMediaType = eVCMT_Video;
-  cpPacket->PacketStreamInfoGet(&stream);
-  EXPECT_EQ(stream.eMediaType, eVCMT_Empty);
-  EXPECT_EQ(stream.bsCodecNameOrTag, nullptr);
-  EXPECT_EQ(InfoOf(cpPacket.Get()).cbPacketData, 0);
 }
 
 TEST_F(VCPacketTest, BadArguments_FailWithClearCodes) {
@@ -244,16 +232,6 @@ TEST_F(VCPacketTest, ExternalPayload_ReleasedWhenCreationFails) {
   EXPECT_EQ(probe.nCalls, 2);
   EXPECT_EQ(pPacket, nullptr);
   EXPECT_EQ(vc::CreateVCPacketOver(nullptr, nullptr, nullptr, &b, 1, nullptr, nullptr, &pPacket), E_INVALIDARG);
-}
-
-TEST_F(VCPacketTest, QueryInterface_AnswersPacketAndUnknownOnly) {
-  vc::ComPtr<IVCPacket> cpPacket = Create({1});
-  vc::ComPtr<IUnknown> cpUnknown;
-  EXPECT_EQ(cpPacket->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(cpUnknown.AddressOf())), S_OK);
-  vc::ComPtr<IVCProps> cpProps;
-  EXPECT_EQ(cpPacket->QueryInterface(vc::IidOf<IVCProps>(), reinterpret_cast<void**>(cpProps.AddressOf())),
-            E_NOINTERFACE);
-  EXPECT_EQ(RefCount(cpPacket.Get()), 2u);  // cpPacket + cpUnknown
 }
 
 TEST(CKStreamInfoTest, Copies_ShareStorageAndEqualDescriptionsAreShared) {

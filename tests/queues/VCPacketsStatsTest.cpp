@@ -170,12 +170,4 @@ TEST(VCStatDoubleTextTest, SevenDecimalsWithoutTrailingZeros) {
   for (const auto& c : cases) EXPECT_EQ(vc::ToUtf8(vc::VCStatDoubleText(c.dbl)), c.pszText) << c.dbl;
 }
 
-TEST(VCStatDoubleTextTest, MediaTypeNames) {
-  EXPECT_EQ(vc::ToUtf8(vc::VCStreamName(eVCMT_Video, 0)), "video.0");
-  EXPECT_EQ(vc::ToUtf8(vc::VCStreamName(eVCMT_Audio, 12)), "audio.12");
-  EXPECT_EQ(vc::ToUtf8(vc::VCStreamName(eVCMT_Empty, 0)), "empty.0");
-  EXPECT_EQ(vc::ToUtf8(vc::VCStreamName(eVCMT_Subtitles, 1)), "subtitles.1");
-  EXPECT_EQ(vc::ToUtf8(vc::VCStreamName(static_cast<eVCMediaType>(77), 1)), "unknown.1");
-}
-
 }  // namespace

@@ -60,16 +60,6 @@ class VCPacketsStreamsTest : public ::testing::Test {
 
 // --- Creation and lookup ---------------------------------------------------
 
-TEST_F(VCPacketsStreamsTest, GetDeq_CreatesOnlyWhenAskedAndReportsIt) {
-  EXPECT_FALSE(m_streams._GetDeq(3, false));
-  bool bCreated = false;
-  auto pDeq = m_streams._GetDeq(3, true, &bCreated);
-  ASSERT_TRUE(pDeq);
-  EXPECT_TRUE(bCreated);
-  EXPECT_EQ(m_streams._GetDeq(3, true, &bCreated), pDeq);
-  EXPECT_FALSE(bCreated);
-}
-
 TEST_F(VCPacketsStreamsTest, TwoThreadsCreatingOneStream_OneQueueOneCreator) {
   for (int nRound = 0; nRound < 200; ++nRound) {
     Streams streams(&m_owner);
@@ -322,11 +312,6 @@ TEST_F(VCPacketsStreamsTest, BufferedDuration_SilentStreamsPullDownUnlessMoreTha
   // A waited stream counts in the first walk whatever the counts.
   m_streams.SetWaitStream(5, true);
   EXPECT_EQ(m_streams.BufferedDuration(-1, -1, 3), -1);
-}
-
-TEST_F(VCPacketsStreamsTest, SetWaitStream_IgnoresMissingStream) {
-  m_streams.SetWaitStream(3, true);
-  EXPECT_FALSE(m_streams._GetDeq(3, false));
 }
 
 // --- Aggregate bit rate ----------------------------------------------------
