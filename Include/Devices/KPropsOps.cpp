@@ -138,15 +138,17 @@ HRESULT SetInTree(CoXMLNode& root, StringView name, StringView value, bool bRepo
     *pbNotify = true;
     return S_OK;
   }
+  // The old and new values matter only to report an unchanged value; the
+  // hot path (statistics, settings) skips the two extra reads.
   String strOld, strNew;
   if (XMLNodePtr spNode = root.FindNode(name)) {
-    strOld = spNode->Value();
+    if (bReportUnchanged) strOld = spNode->Value();
     spNode->SetValue(value);
-    strNew = spNode->Value();
+    if (bReportUnchanged) strNew = spNode->Value();
   } else {
-    root.GetAttributePath(name, &strOld);
+    if (bReportUnchanged) root.GetAttributePath(name, &strOld);
     if (FAILED(root.SetAttributePath(name, value))) return E_INVALIDARG;
-    root.GetAttributePath(name, &strNew);
+    if (bReportUnchanged) root.GetAttributePath(name, &strNew);
   }
   if (bReportUnchanged && !XMLParse::IsBlank(strOld) && !XMLParse::IsBlank(strNew) && strOld == strNew) return S_FALSE;
   *pbNotify = true;
