@@ -38,26 +38,26 @@ struct PacketSpec {
   PacketSpec& Pts(LONGLONG ll) { llPts = ll; return *this; }
 };
 
-inline K_PACKET_INFO PacketInfoOf(const PacketSpec& spec) {
+inline K_PACKET_INFO PacketInfoOf(const PacketSpec& shape) {
   K_PACKET_INFO info{};
-  info.eFlags = spec.eFlags;
-  info.nStreamIndex = spec.nStream;
-  info.rtSegmentStart = spec.rtSegment;
-  info.nOrderInSegment = spec.nOrder;
-  info.llPts = spec.llPts;
+  info.eFlags = shape.eFlags;
+  info.nStreamIndex = shape.nStream;
+  info.rtSegmentStart = shape.rtSegment;
+  info.nOrderInSegment = shape.nOrder;
+  info.llPts = shape.llPts;
   return info;
 }
 
-inline vc::ComPtr<IVCPacket> MakePacket(const PacketSpec& spec) {
-  const K_PACKET_INFO info = PacketInfoOf(spec);
+inline vc::ComPtr<IVCPacket> MakePacket(const PacketSpec& shape) {
+  const K_PACKET_INFO info = PacketInfoOf(shape);
   K_STREAM_INFO stream{};
-  stream.eMediaType = spec.eType;
+  stream.eMediaType = shape.eType;
   K_TIME time{};
-  time.rtStartTime = spec.rtStart;
-  time.rtEndTime = spec.rtEnd;
-  std::vector<uint8_t> vecData(static_cast<size_t>(spec.cbData), 0x5A);
+  time.rtStartTime = shape.rtStart;
+  time.rtEndTime = shape.rtEnd;
+  std::vector<uint8_t> vecData(static_cast<size_t>(shape.cbData), 0x5A);
   vc::ComPtr<IVCPacket> cpPacket;
-  const HRESULT hr = vc::CreateVCPacket(&info, &stream, &time, vecData.data(), spec.cbData, cpPacket.AddressOf());
+  const HRESULT hr = vc::CreateVCPacket(&info, &stream, &time, vecData.data(), shape.cbData, cpPacket.AddressOf());
   EXPECT_EQ(hr, S_OK);
   return cpPacket;
 }

@@ -35,12 +35,12 @@ struct PutOptions {
 
 class VCPacketDeqTest : public ::testing::Test {
  protected:
-  LONGLONG Put(const PacketSpec& spec, const PutOptions& opt, K_TIME* pTime = nullptr,
+  LONGLONG Put(const PacketSpec& shape, const PutOptions& opt, K_TIME* pTime = nullptr,
                K_PACKET_INFO* pInfo = nullptr) {
-    vc::ComPtr<IVCPacket> cpPacket = MakePacket(spec);
+    vc::ComPtr<IVCPacket> cpPacket = MakePacket(shape);
     return m_deq.DeqPut(cpPacket.Get(), opt.rtReady, opt.rtMax, opt.bDrop, pTime, pInfo);
   }
-  LONGLONG Put(const PacketSpec& spec) { return Put(spec, PutOptions()); }
+  LONGLONG Put(const PacketSpec& shape) { return Put(shape, PutOptions()); }
   // n packets of rtStep each, back to back from rtFrom, numbered by Pts from nFirst.
   LONGLONG PutTimed(int n, LONGLONG rtFrom = 0, LONGLONG rtStep = 40 * kMs, const PutOptions& opt = PutOptions(),
                     int nFirst = 0) {

@@ -30,8 +30,8 @@ using Streams = vc::VCPacketsStreams<FakeOwner>;
 class VCPacketsStatsTest : public ::testing::Test {
  protected:
   bool Update(LONG nStream) { return vc::VCPacketsUpdateStatistics(m_streams, nStream, m_spRoot.get(), m_csLock); }
-  void Put(const PacketSpec& spec) {
-    vc::ComPtr<IVCPacket> cpPacket = MakePacket(spec);
+  void Put(const PacketSpec& shape) {
+    vc::ComPtr<IVCPacket> cpPacket = MakePacket(shape);
     m_streams.PacketPut(cpPacket.Get(), true, 1e300, 1e300);
   }
   std::string Read(const char* pszPath) {

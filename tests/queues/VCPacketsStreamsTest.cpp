@@ -38,8 +38,8 @@ using Streams = vc::VCPacketsStreams<FakeOwner>;
 
 class VCPacketsStreamsTest : public ::testing::Test {
  protected:
-  LONGLONG Put(const PacketSpec& spec, double dblReady = kNeverReady, double dblMax = 5.0 * kSec) {
-    vc::ComPtr<IVCPacket> cpPacket = MakePacket(spec);
+  LONGLONG Put(const PacketSpec& shape, double dblReady = kNeverReady, double dblMax = 5.0 * kSec) {
+    vc::ComPtr<IVCPacket> cpPacket = MakePacket(shape);
     return m_streams.PacketPut(cpPacket.Get(), true, dblReady, dblMax);
   }
   // n back-to-back packets of rtStep on one stream, numbered by order.
