@@ -64,26 +64,30 @@ bool ParsePropBool(StringView text, bool* pValue) {
   return false;
 }
 
-bool ParsePropInt(StringView text, int64_t* pValue) {
+namespace {
+
+// A whole decimal number of type TNumber (blanks around it and a leading '+'
+// allowed, nothing else), through from_chars so the locale plays no part.
+template <class TNumber, class... TFormat>
+bool ParseNumber(StringView text, TNumber* pValue, TFormat... format) {
   std::string ascii;
   if (!ToAscii(TrimBlanks(text), &ascii) || ascii.empty()) return false;
   const char* pEnd = ascii.data() + ascii.size();
   const char* pBegin = SkipPlus(ascii.data(), pEnd);
-  int64_t llValue = 0;
-  const auto [pStop, ec] = std::from_chars(pBegin, pEnd, llValue, 10);
+  TNumber value{};
+  const auto [pStop, ec] = std::from_chars(pBegin, pEnd, value, format...);
   if (ec != std::errc() || pStop != pEnd) return false;
-  *pValue = llValue;
+  *pValue = value;
   return true;
 }
 
+}  // namespace
+
+bool ParsePropInt(StringView text, int64_t* pValue) { return ParseNumber(text, pValue, 10); }
+
 bool ParsePropDouble(StringView text, double* pValue) {
-  std::string ascii;
-  if (!ToAscii(TrimBlanks(text), &ascii) || ascii.empty()) return false;
-  const char* pEnd = ascii.data() + ascii.size();
-  const char* pBegin = SkipPlus(ascii.data(), pEnd);
   double dblValue = 0;
-  const auto [pStop, ec] = std::from_chars(pBegin, pEnd, dblValue, std::chars_format::general);
-  if (ec != std::errc() || pStop != pEnd || !std::isfinite(dblValue)) return false;
+  if (!ParseNumber(text, &dblValue, std::chars_format::general) || !std::isfinite(dblValue)) return false;
   *pValue = dblValue;
   return true;
 }
