@@ -38,6 +38,7 @@
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
 #include "VCEvent.h"
+#include "VCSharedLock.h"
 #include "VCStrings.h"
 
 namespace vc {
@@ -291,7 +292,7 @@ class VCPacketsStreams {
   DeqPtr _Find(LONG nStream) const;
 
   TOwner* const m_pOwner;
-  mutable std::shared_mutex m_srwLock;
+  mutable CKSharedLock m_srwLock;
   std::map<LONG, DeqPtr> m_mapDeques;  // GUARDED_BY(m_srwLock)
   // The aggregate meter over every packet put. It has no reset of its own,
   // so a new segment replaces it, under m_csBitrate so a reader never sees it
@@ -307,7 +308,7 @@ class VCPacketsStreams {
 
 template <class TOwner, class TDeq>
 typename VCPacketsStreams<TOwner, TDeq>::DeqPtr VCPacketsStreams<TOwner, TDeq>::_Find(LONG nStream) const {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
   return it != m_mapDeques.end() ? it->second : DeqPtr();
 }
@@ -319,7 +320,7 @@ typename VCPacketsStreams<TOwner, TDeq>::DeqPtr VCPacketsStreams<TOwner, TDeq>::
   for (;;) {
     if (DeqPtr pFound = _Find(nStream)) return pFound;
     if (!bCreate) return DeqPtr();
-    std::unique_lock<std::shared_mutex> lock(m_srwLock);
+    std::unique_lock<CKSharedLock> lock(m_srwLock);
     DeqPtr pDeq = std::make_shared<TDeq>();
     VC_PACKETS_ASSERT(pDeq);
     // Another thread may have inserted the stream between the two locks: its
@@ -365,7 +366,7 @@ bool VCPacketsStreams<TOwner, TDeq>::DeqEOS(LONG nStream, bool bCreate) {
     pDeq->DeqEOS();
     return true;
   }
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   for (auto& entry : m_mapDeques) entry.second->DeqEOS();
   return true;
 }
@@ -374,7 +375,7 @@ template <class TOwner, class TDeq>
 CKEventPtr VCPacketsStreams<TOwner, TDeq>::ReadyEventGet(LONG nStream, bool bCreate) {
   if (DeqPtr pFound = _Find(nStream)) return pFound->ReadyEventGet();
   if (!bCreate) return CKEventPtr();
-  std::unique_lock<std::shared_mutex> lock(m_srwLock);
+  std::unique_lock<CKSharedLock> lock(m_srwLock);
   DeqPtr pDeq = std::make_shared<TDeq>();
   VC_PACKETS_ASSERT(pDeq);
   m_mapDeques.emplace(nStream, pDeq);  // keeps the queue of a racing creator
@@ -385,7 +386,7 @@ CKEventPtr VCPacketsStreams<TOwner, TDeq>::ReadyEventGet(LONG nStream, bool bCre
 
 template <class TOwner, class TDeq>
 bool VCPacketsStreams<TOwner, TDeq>::BeginSegment(LONG nStream, LONGLONG rtSegmentStart, int nMode) {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   bool bForce = nMode >= 2;
   if (nStream >= 0) {
     auto it = m_mapDeques.find(nStream);
@@ -425,7 +426,7 @@ template <class TOwner, class TDeq>
 HRESULT VCPacketsStreams<TOwner, TDeq>::PacketGet(IVCPacket** ppPacket, LONG nStream, bool bRemove,
                                                   eVCMediaType* peMediaType, LONG* pnAVIndex,
                                                   LONGLONG* prtDuration) {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
   if (it == m_mapDeques.end()) return HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
   TDeq& deq = *it->second;
@@ -439,7 +440,7 @@ HRESULT VCPacketsStreams<TOwner, TDeq>::PacketGet(IVCPacket** ppPacket, LONG nSt
 
 template <class TOwner, class TDeq>
 bool VCPacketsStreams<TOwner, TDeq>::StreamsChanged(std::span<const LONG> streams) {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   if (streams.size() != m_mapDeques.size()) return true;
   for (LONG nStream : streams) {
     if (m_mapDeques.find(nStream) == m_mapDeques.end()) return true;
@@ -449,7 +450,7 @@ bool VCPacketsStreams<TOwner, TDeq>::StreamsChanged(std::span<const LONG> stream
 
 template <class TOwner, class TDeq>
 LONG VCPacketsStreams<TOwner, TDeq>::NextStream() {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   LONG nNext = -1;
   LONG nMinOrder = 0x7fffffff;
   for (auto& entry : m_mapDeques) {
@@ -474,7 +475,7 @@ bool VCPacketsStreams<TOwner, TDeq>::SetAVIndex(LONG nStream, LONG _nAVStreamIdx
 
 template <class TOwner, class TDeq>
 bool VCPacketsStreams<TOwner, TDeq>::DeqRemove(LONG nStream) {
-  std::unique_lock<std::shared_mutex> lock(m_srwLock);
+  std::unique_lock<CKSharedLock> lock(m_srwLock);
   if (nStream >= 0) return m_mapDeques.erase(nStream) > 0;
   m_mapDeques.clear();
   return true;
@@ -491,7 +492,7 @@ bool VCPacketsStreams<TOwner, TDeq>::DeqRemove(LONG nStream) {
 // for a set of fewer than 2 queues and INT64_MAX otherwise.
 template <class TOwner, class TDeq>
 LONGLONG VCPacketsStreams<TOwner, TDeq>::BufferedDuration(LONG nStream, LONG nExclude, int nMediaMask) {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   if (nStream >= 0) {
     auto it = m_mapDeques.find(nStream);
     return it != m_mapDeques.end() ? it->second->DeqDuration() : -1;
@@ -523,7 +524,7 @@ LONGLONG VCPacketsStreams<TOwner, TDeq>::BufferedDuration(LONG nStream, LONG nEx
 
 template <class TOwner, class TDeq>
 void VCPacketsStreams<TOwner, TDeq>::SetWaitStream(LONG nStream, bool bWaitStream) {
-  std::shared_lock<std::shared_mutex> lock(m_srwLock);
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
   if (it != m_mapDeques.end()) it->second->SetWaitStream(bWaitStream);
 }
