@@ -7,6 +7,7 @@ PACKAGES=(
   cmake ninja-build g++ python3 pkg-config
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang libclang-rt-14-dev
+  libavformat-dev libavcodec-dev libswscale-dev libswresample-dev libavutil-dev ffmpeg
   g++-mingw-w64-x86-64-posix mingw-w64-tools libwine-dev wine64
 )
 

@@ -1,0 +1,11 @@
+// Placeholder until the class lands: the module links and refuses creation.
+#include "FFClasses.h"
+
+namespace vc::ff {
+
+HRESULT CreateFFAudioBuffer(IUnknown*, REFIID, void** ppv) {
+  if (ppv) *ppv = nullptr;
+  return E_NOTIMPL;
+}
+
+}  // namespace vc::ff

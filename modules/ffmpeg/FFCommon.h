@@ -1,0 +1,39 @@
+// Small things every class of the general media module needs from FFmpeg:
+// error codes as HRESULTs, error text, time conversion between FFmpeg time
+// bases and reference time (100 ns units), and FFmpeg's log routed into ours.
+#pragma once
+
+extern "C" {
+#include <libavutil/avutil.h>
+#include <libavutil/rational.h>
+}
+
+#include <string>
+
+#include "VCCodecsCore.h"
+
+namespace vc::ff {
+
+// Reference time: 100 ns units.
+inline constexpr AVRational kRefTimeBase{1, 10000000};
+
+// An FFmpeg error code as an HRESULT: end of file becomes end of media
+// (0x8007044C), an exit requested by the interrupt callback the operation
+// aborted code (0x800703E3), out of memory E_OUTOFMEMORY, invalid data
+// 0x8007000D (ERROR_INVALID_DATA), an unsupported option or codec
+// 0x80070032; anything else E_FAIL. Non-negative values are S_OK.
+HRESULT AvErrorToHr(int nAvError);
+
+// av_strerror text of an FFmpeg error code.
+std::string AvErrorText(int nAvError);
+
+// A time in tb as reference time; AV_NOPTS_VALUE becomes VC_TIME_UNSET.
+LONGLONG ToRefTime(int64_t llTime, AVRational tb);
+// A reference time in tb; VC_TIME_UNSET becomes AV_NOPTS_VALUE.
+int64_t FromRefTime(LONGLONG rtTime, AVRational tb);
+
+// Routes FFmpeg's own log lines (warnings and worse) into the module log at
+// once per process; further calls do nothing.
+void InstallAvLogBridge();
+
+}  // namespace vc::ff
