@@ -2,6 +2,9 @@
 // Header only; any thread.
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
 #include "VCPlatform.h"
 
 namespace vc {
@@ -27,6 +30,34 @@ static_assert(VC_E_NO_CANDIDATE == static_cast<HRESULT>(0x80070032u));
 template <class T>
 inline void ClearOut(T* p) {
   if (p) *p = T{};
+}
+
+// The stream list of a segment request's hints: decimal stream indices
+// separated by anything that is not a digit ("0,1", "0 1 3", "2;5"). A minus
+// sign directly before a number is ignored (stream indices are never
+// negative); numbers beyond the int32 range are skipped. Order is kept,
+// repeats are dropped. Null or empty text gives an empty list.
+inline std::vector<LONG> ParseStreamList(const char16_t* szHints) {
+  std::vector<LONG> vecStreams;
+  if (!szHints) return vecStreams;
+  for (const char16_t* p = szHints; *p;) {
+    if (*p < u'0' || *p > u'9') {
+      ++p;
+      continue;
+    }
+    int64_t llValue = 0;
+    bool bOverflow = false;
+    for (; *p >= u'0' && *p <= u'9'; ++p) {
+      llValue = llValue * 10 + (*p - u'0');
+      if (llValue > INT32_MAX) bOverflow = true, llValue = INT32_MAX;
+    }
+    if (bOverflow) continue;
+    const LONG nStream = static_cast<LONG>(llValue);
+    bool bSeen = false;
+    for (LONG n : vecStreams) bSeen = bSeen || n == nStream;
+    if (!bSeen) vecStreams.push_back(nStream);
+  }
+  return vecStreams;
 }
 
 }  // namespace vc
