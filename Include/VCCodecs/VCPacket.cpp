@@ -9,7 +9,9 @@
 #include <thread>
 #include <utility>
 
+#include "VCCodecs/VCAttachments.h"
 #include "VCObject.h"
+#include "VCSideData.h"
 
 namespace vc {
 
@@ -94,9 +96,11 @@ class CSpinLock {
   std::atomic_flag m_flag = ATOMIC_FLAG_INIT;
 };
 
-class CVCPacket : public CKObjectRoot, public IVCPacket {
+class CVCPacket : public CKObjectRoot, public IVCPacket, public IVCSideData {
  public:
-  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) { return QueryInterfaceTable<IVCPacket>(this, riid, ppv); }
+  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
+    return QueryInterfaceTable<IVCPacket, IVCSideData>(this, riid, ppv);
+  }
 
   ~CVCPacket() { _ReleaseExternal(); }
 
@@ -110,6 +114,34 @@ class CVCPacket : public CKObjectRoot, public IVCPacket {
   HRESULT STDMETHODCALLTYPE PacketStreamInfoGet(K_STREAM_INFO* _pStreamInfo) override;
   HRESULT STDMETHODCALLTYPE PacketTimeGet(K_TIME* _pTime) override;
   HRESULT STDMETHODCALLTYPE PacketAppendData(LONG cbData, LONGLONG lpData) override;
+
+  // Named attachments (data, strings, objects) that a packet carries to the
+  // frame it decodes into and back. A packet has one set: the stream
+  // argument is not used.
+  HRESULT STDMETHODCALLTYPE SideDataGetCount(LONG, LONG* _pnCount) override { return m_attachments.GetCount(_pnCount); }
+  HRESULT STDMETHODCALLTYPE SideDataGetByIndex(LONG, LONG _nIndex, BSTR* _pbsType, LONG* _pcbData,
+                                               LONGLONG* _plpData) override {
+    return m_attachments.GetByIndex(_nIndex, _pbsType, _pcbData, _plpData);
+  }
+  HRESULT STDMETHODCALLTYPE SideDataGet(LONG, BSTR _bsType, LONG* _pcbData, LONGLONG* _plpData) override {
+    return m_attachments.GetData(_bsType, _pcbData, _plpData);
+  }
+  HRESULT STDMETHODCALLTYPE SideDataSet(LONG, BSTR _bsType, LONG _cbData, LONGLONG _lpData) override {
+    return m_attachments.SetData(_bsType, _cbData, _lpData);
+  }
+  HRESULT STDMETHODCALLTYPE SideDataRemove(LONG, BSTR _bsType) override { return m_attachments.Remove(_bsType); }
+  HRESULT STDMETHODCALLTYPE SideDataStrGet(LONG, BSTR _bsType, BSTR* _pbsValue) override {
+    return m_attachments.GetString(_bsType, _pbsValue);
+  }
+  HRESULT STDMETHODCALLTYPE SideDataStrSet(LONG, BSTR _bsType, BSTR _bsValue) override {
+    return m_attachments.SetString(_bsType, _bsValue);
+  }
+  HRESULT STDMETHODCALLTYPE SideDataObjGet(LONG, BSTR _bsType, IUnknown** _ppObj) override {
+    return m_attachments.GetObject(_bsType, _ppObj);
+  }
+  HRESULT STDMETHODCALLTYPE SideDataObjSet(LONG, BSTR _bsType, IUnknown* _pObj) override {
+    return m_attachments.SetObject(_bsType, _pObj);
+  }
 
  private:
   // Makes the buffer hold cbPayload + cbMore bytes plus the padding, keeping
@@ -129,6 +161,7 @@ class CVCPacket : public CKObjectRoot, public IVCPacket {
   // External payload owner; null once the payload is ours (or always was).
   PFN_PACKET_PAYLOAD_RELEASE m_pfnRelease = nullptr;  // GUARDED_BY(m_csLock)
   void* m_pReleaseContext = nullptr;
+  CKAttachments m_attachments;
 };
 
 HRESULT CVCPacket::Init(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo, const K_TIME* pTime,
