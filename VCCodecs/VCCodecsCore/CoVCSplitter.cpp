@@ -1,40 +1,482 @@
 #include "CoVCSplitter.h"
 
+#include <cmath>
+#include <vector>
+
+#include "Devices/KPropsRead.h"
+#include "VCAssert.h"
+#include "VCCodecs/VCCodecsBase.h"
+#include "VCCodecs/VCPacketsStats.h"
+#include "VCLog.h"
+#include "VCTimeText.h"
+
+#define VC_SPLITTER_ASSERT(cond) VC_ASSERT_AT(cond, "VCCodecs/VCCodecsCore/CoVCSplitter")
+
 namespace vc {
 
-ComPtr<IUnknown> CCoVCSplitter::_SideDataInner() {
-  CKAutoLock lock(m_csLock);
-  return ComPtr<IUnknown>(m_cpVCSplitter.Get());
+namespace {
+
+constexpr LONGLONG kOneSecond = 10000000;
+// A consumer wakes the reading thread after a take from a queue that held
+// less than this.
+constexpr LONGLONG kWakeBelow = 30000000;
+constexpr DWORD kSecondSegmentWait = 1000000;
+
+struct PropDefault {
+  const char16_t* szName;
+  const char16_t* szValue;
+};
+// Registered at construction; all of them reach the inner splitter by the
+// property copy at open.
+constexpr PropDefault kDefaults[] = {
+    {u"audio_track", u"0"},
+    {u"video_track", u"0"},
+    {u"subtitle_track", u"-1"},
+    {u"ts_program", u"-1"},
+    {u"auto_index", u"false"},
+    {u"file.buffer_max", u"1.0"},
+    {u"file.buffer_min", u"0.0"},
+    {u"network.buffer_max", u"10.0"},
+    {u"network.buffer_min", u"1.0"},
+    {u"open_url.max_wait", u"15000"},
+    {u"open_file.max_wait", u"10000"},
+    {u"read_url.max_wait", u"30000"},
+    {u"read_file.max_wait", u"10000"},
+    {u"mxf.force_ffmpeg", u"true"},
+    {u"mxf.fp500_offset", u"true"},
+    {u"mxf.s377_metadata", u"false"},
+    {u"mxf.open_file_flags", u""},
+    {u"play_while_rec.update_len", u"true"},
+    {u"duration.recalc_on_open", u"false"},
+    {u"srt.force_ffmpeg", u"true"},
+};
+
+String BstrText(BSTR bs) { return bs ? String(bs, SysStringLen(bs)) : String(); }
+
+// "scheme://..." : the scheme in lower case, empty for a plain path.
+String UrlScheme(const String& strPath) {
+  const size_t nPos = strPath.find(u"://");
+  if (nPos == String::npos || nPos == 0) return String();
+  String strScheme = strPath.substr(0, nPos);
+  for (char16_t& c : strScheme) {
+    if (!((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'+' ||
+          c == u'-' || c == u'.'))
+      return String();
+    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+  }
+  return strScheme;
 }
 
-HRESULT CCoVCSplitter::SplitterOpen(BSTR, BSTR, LONG* _pnStreamsCount) {
-  ClearOut(_pnStreamsCount);
-  return VC_E_EMPTY;
+// The extension after the last dot of the last path element, lower case.
+String Extension(const String& strPath) {
+  const size_t nSlash = strPath.find_last_of(u"/\\");
+  const size_t nDot = strPath.find_last_of(u'.');
+  if (nDot == String::npos || (nSlash != String::npos && nDot < nSlash)) return String();
+  String strExt = strPath.substr(nDot + 1);
+  for (char16_t& c : strExt)
+    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+  return strExt;
 }
+
+LONGLONG SecondsToRefTime(double dblSeconds) {
+  const double dbl = dblSeconds * static_cast<double>(kOneSecond);
+  return static_cast<LONGLONG>(dbl < 0 ? std::ceil(dbl - 0.5) : std::floor(dbl + 0.5));
+}
+
+String PacketText(IVCPacket* pPacket) {
+  K_PACKET_INFO info{};
+  K_TIME time{};
+  if (pPacket) {
+    pPacket->PacketInfoGet(&info);
+    pPacket->PacketTimeGet(&time);
+  }
+  return FromUtf8(Format("Stm:%d #%d Ord:%d Key:%d Time:%ws..%ws Size:%d", info.nStreamIndex, info.nIndexInSegment,
+                         info.nOrderInSegment, info.nKeyDistance, TimeTextW(time.rtStartTime).c_str(),
+                         TimeTextW(time.rtEndTime).c_str(), info.cbPacketData));
+}
+
+}  // namespace
+
+CCoVCSplitter::CCoVCSplitter() = default;
+
+HRESULT CCoVCSplitter::FinalConstruct() {
+  CKAutoLock lock(m_csLock);
+  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+  if (!spRoot) return E_OUTOFMEMORY;
+  for (const PropDefault& def : kDefaults) {
+    const HRESULT hr = spRoot->SetAttributePath(def.szName, def.szValue, false);
+    if (FAILED(hr)) return hr;
+  }
+  return S_OK;
+}
+
+void CCoVCSplitter::FinalRelease() { SplitterClose(); }
+
+ComPtr<IUnknown> CCoVCSplitter::_SideDataInner() { return ComPtr<IUnknown>(_InnerRef().Get()); }
+
+ComPtr<IVCSplitter> CCoVCSplitter::_InnerRef() {
+  std::lock_guard<std::mutex> lock(m_csInnerRef);
+  return m_cpVCSplitter;
+}
+
+bool CCoVCSplitter::_DropPacketsAllowed() {
+  CKAutoLock lock(m_csLock);
+  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+  return spRoot && ReadPropBool(*spRoot, u"vccodecs.drop_packets", false);
+}
+
+void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
+  const bool bNetwork = m_bNetwork.load();
+  CKAutoLock lock(m_csLock);
+  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+  if (!spRoot) {
+    *prtReady = 0;
+    *prtFull = kOneSecond;
+    return;
+  }
+  if (bNetwork) {
+    const bool bLowDelay = ReadPropBool(*spRoot, u"network.low_delay", false);
+    *prtReady = bLowDelay ? 0 : SecondsToRefTime(ReadPropDouble(*spRoot, u"network.buffer_min", 1.0));
+    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, u"network.buffer_max", 10.0));
+  } else {
+    *prtReady = SecondsToRefTime(ReadPropDouble(*spRoot, u"file.buffer_min", 0.0));
+    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, u"file.buffer_max", 1.0));
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Open
+
+HRESULT CCoVCSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) {
+  const String strPath = BstrText(_bsFilePath);
+  bool bNablet = false;
+  XMLParse::XMLNodePtr spCopy = XMLParse::CoXMLNode::Create();
+  {
+    CKAutoLock lock(m_csLock);
+    XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+    if (spRoot) {
+      bNablet = ReadPropBool(*spRoot, u"nablet.enabled", false);
+      spRoot->CopyTo(spCopy.get());  // handed to the inner object outside the lock
+    }
+  }
+  const CLSID& clsid = bNablet && Extension(strPath) == u"mxf" ? CLSID_NabletMxfSplitter : CLSID_GeneralSplitter;
+
+  ComPtr<IVCSplitter> cpVCSplitter;
+  HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<IVCSplitter>(),
+                                reinterpret_cast<void**>(cpVCSplitter.AddressOf()));
+  VC_SPLITTER_ASSERT((((HRESULT)(hr)) >= 0));
+  if (FAILED(hr)) {
+    VC_LOG(eVCLL_Error, "CoCreateInstance(%ws) FAILED hr=%08X", GuidToString(clsid).c_str(), hr);
+    return hr;
+  }
+  ComPtr<IVCProps> cpProps;
+  if (SUCCEEDED(cpVCSplitter.As(&cpProps))) spCopy->CopyToProps(cpProps.Get());
+
+  const bool bNetwork = !UrlScheme(strPath).empty();
+  hr = cpVCSplitter->SplitterOpen(_bsFilePath, _bsProps, _pnStreamsCount);
+  if (FAILED(hr)) {
+    VC_LOG(eVCLL_Error, "cpVCSplitter->SplitterOpen(%ws) FAILED hr=%08X", strPath.c_str(), hr);
+    return hr;
+  }
+  VC_LOG(eVCLL_Progress, "cpVCSplitter->SplitterOpen(%ws) OK hr=%08X", strPath.c_str(), hr);
+
+  SplitterClose();  // ends the reading thread of an earlier source
+  CKAutoLock lockInner(m_csInner);
+  m_streams.DeqRemove(-1);  // the earlier source's queues go with it
+  {
+    std::lock_guard<std::mutex> lock(m_csInnerRef);
+    m_cpVCSplitter = cpVCSplitter;
+    m_strPath = strPath;
+  }
+  m_bNetwork = bNetwork;
+  m_bTimeOffset = false;
+  m_llSeekingPos = -1;
+  m_evSegmentDone.Set();
+  m_evStop.Reset();
+  m_thread.ThreadStart([this, cpVCSplitter] { return _RunThread(cpVCSplitter); });
+  return S_OK;
+}
+
+// ---------------------------------------------------------------------------
+// Reading thread
+
+DWORD CCoVCSplitter::_RunThread(ComPtr<IVCSplitter> cpVCSplitter) {
+  const HRESULT hrInit = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  VC_SPLITTER_ASSERT(hrInit == S_OK);
+  LONG nOrder = 0;
+  LONGLONG rtSegment = -1;
+  while (m_thread.RunFlag()) {
+    if (!m_thread.WaitWake()) break;
+
+    const LONGLONG llPos = m_llSeekingPos.exchange(-1);
+    if (llPos >= 0) {
+      bool bStreamsChanged = false;
+      _ApplySegment(cpVCSplitter.Get(), llPos, &bStreamsChanged);
+      rtSegment = llPos;
+      nOrder = 0;
+      m_evSegmentDone.Set();
+      if (bStreamsChanged) continue;  // the next wake starts reading
+    }
+    _ReadOne(cpVCSplitter.Get(), nOrder++, rtSegment);
+  }
+  if (SUCCEEDED(hrInit)) CoUninitialize();
+  return 0;
+}
+
+void CCoVCSplitter::_ApplySegment(IVCSplitter* pVCSplitter, LONGLONG rtSegment, bool* pbStreamsChanged) {
+  m_bTimeOffset = false;
+  CBstr bsHints;
+  {
+    std::lock_guard<std::mutex> lock(m_csHints);
+    bsHints = m_cbsHints;
+  }
+  *pbStreamsChanged = false;
+  if (bsHints.Get() && SysStringLen(bsHints) > 0) {
+    const std::vector<LONG> vecStreams = ParseStreamList(bsHints.Get());
+    if (m_streams.StreamsChanged(vecStreams)) {
+      m_streams.DeqRemove(-1);
+      for (LONG nStream : vecStreams) m_streams.SetAVIndex(nStream, -1);
+      *pbStreamsChanged = true;
+    }
+  }
+  // Queues that still hold this segment from its first packet are kept, and
+  // then the source need not move.
+  if (!*pbStreamsChanged && !m_streams.BeginSegment(-1, rtSegment, 1)) return;
+  const HRESULT hr = pVCSplitter->SplitterBeginSegment(rtSegment, bsHints);
+  if (FAILED(hr)) {
+    VC_LOG(eVCLL_Error, "cpVCSplitter->SplitterBeginSegment(%ws %ws) FAILED hr=%08X", TimeTextW(rtSegment).c_str(),
+           bsHints.Get() ? bsHints.Get() : W(""), hr);
+  }
+}
+
+LONGLONG CCoVCSplitter::_NetworkTimeOffset(IVCSplitter* pVCSplitter, const K_PACKET_INFO& info) {
+  if (m_bTimeOffset.exchange(true)) return m_rtTimeOffset;
+  m_rtTimeOffset = 0;
+  CBstr bsPath, bsXml;
+  LONG nStreams = 0;
+  LONGLONG rtDuration = 0;
+  if (FAILED(pVCSplitter->SplitterInfoGet(&bsPath, &bsXml, &nStreams, &rtDuration))) return 0;
+  for (LONG n = 0; n < nStreams; ++n) {
+    K_STREAM_INFO stream{};
+    CBstr bsStreamXml;
+    const HRESULT hr = pVCSplitter->SplitterStreamInfoGet(n, &stream, &bsStreamXml);
+    SysFreeString(stream.bsCodecNameOrTag);
+    if (FAILED(hr) || stream.eMediaType == eVCMT_Video) return 0;
+  }
+  LONGLONG llMin = std::min(info.llDts, info.llPts);
+  if (llMin == VC_TIME_UNSET) llMin = 0;
+  m_rtTimeOffset = llMin;
+  return m_rtTimeOffset;
+}
+
+void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment) {
+  ComPtr<IVCPacket> cpVCPacket;
+  const HRESULT hr = pVCSplitter->SplitterPacketGet(-1, cpVCPacket.AddressOf(), nullptr);
+  if (FAILED(hr)) {
+    VC_LOG(eVCLL_Error, "cpVCSplitter->SplitterPacketGet() FAILED hr=%08X", hr);
+    m_streams.DeqEOS(-1, false);
+    return;
+  }
+  if (!cpVCPacket) {
+    m_thread.ThreadWake();
+    return;
+  }
+  K_STREAM_INFO stream{};
+  cpVCPacket->PacketStreamInfoGet(&stream);  // the packet's own copy: not freed here
+  K_PACKET_INFO info{};
+  cpVCPacket->PacketInfoGet(&info);
+  info.nOrderInSegment = nOrder;
+  info.rtSegmentStart = rtSegment;
+  if (m_bNetwork.load()) {
+    const LONGLONG llOffset = _NetworkTimeOffset(pVCSplitter, info);
+    if (info.llDts != VC_TIME_UNSET) info.llDts -= llOffset;
+    if (info.llPts != VC_TIME_UNSET) info.llPts -= llOffset;
+  }
+  cpVCPacket->PacketInfoSet(&info);
+
+  LONGLONG rtReady = 0, rtFull = 0;
+  _BufferLevels(&rtReady, &rtFull);
+  const LONGLONG rtMax = std::max(rtFull, rtReady + 1000000);
+  const bool bAV = stream.eMediaType == eVCMT_Video || stream.eMediaType == eVCMT_Audio;
+  const LONGLONG rtDuration = m_streams.PacketPut(cpVCPacket.Get(), false, bAV ? static_cast<double>(rtReady) : 0.0,
+                                                  static_cast<double>(rtMax));
+  const LONGLONG rtBuffered = m_streams.BufferedDuration(-1, -1, 3);
+  if (rtBuffered >= rtMax) {
+    VC_LOG(eVCLL_Progress, "Deq(%d):%ws - FULL Max:%ws", info.nStreamIndex, TimeTextW(rtDuration).c_str(),
+           TimeTextW(rtMax).c_str());
+  } else {
+    VC_LOG(eVCLL_Progress, "Deq(%d):%ws - AWAKE THREAD Max:%ws", info.nStreamIndex, TimeTextW(rtDuration).c_str(),
+           TimeTextW(rtMax).c_str());
+    m_thread.ThreadWake();
+  }
+  _UpdateStatistics(info.nStreamIndex);
+}
+
+bool CCoVCSplitter::_UpdateStatistics(LONG nStream) {
+  XMLParse::XMLNodePtr spRoot;
+  {
+    CKAutoLock lock(m_csLock);
+    spRoot = _PropsRootLocked();
+  }
+  return VCPacketsUpdateStatistics(m_streams, nStream, spRoot.get(), m_csLock);
+}
+
+// ---------------------------------------------------------------------------
+// Delivery and segments
 
 HRESULT CCoVCSplitter::SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG* _pnStreamsCount,
                                        LONGLONG* _prtTotalDuration) {
-  ClearOut(_pbsFilePath);
-  ClearOut(_pbsXMLInfo);
-  ClearOut(_pnStreamsCount);
-  ClearOut(_prtTotalDuration);
-  return VC_E_EMPTY;
+  CKAutoLock lock(m_csInner);
+  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  if (!cpVCSplitter) {
+    ClearOut(_pbsFilePath);
+    ClearOut(_pbsXMLInfo);
+    ClearOut(_pnStreamsCount);
+    ClearOut(_prtTotalDuration);
+    return VC_E_EMPTY;
+  }
+  return cpVCSplitter->SplitterInfoGet(_pbsFilePath, _pbsXMLInfo, _pnStreamsCount, _prtTotalDuration);
 }
 
-HRESULT CCoVCSplitter::SplitterStreamInfoGet(LONG, K_STREAM_INFO*, BSTR* _pbsStreamXMLInfo) {
-  ClearOut(_pbsStreamXMLInfo);
-  return VC_E_EMPTY;
+HRESULT CCoVCSplitter::SplitterStreamInfoGet(LONG _nStream, K_STREAM_INFO* _pStreamInfo, BSTR* _pbsStreamXMLInfo) {
+  CKAutoLock lock(m_csInner);
+  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  if (!cpVCSplitter) {
+    ClearOut(_pbsStreamXMLInfo);
+    return VC_E_EMPTY;
+  }
+  return cpVCSplitter->SplitterStreamInfoGet(_nStream, _pStreamInfo, _pbsStreamXMLInfo);
 }
 
-HRESULT CCoVCSplitter::SplitterBeginSegment(LONGLONG, BSTR) { return VC_E_EMPTY; }
+DWORD CCoVCSplitter::_FirstSegmentWait() {
+  String strPath;
+  {
+    std::lock_guard<std::mutex> lock(m_csInnerRef);
+    strPath = m_strPath;
+  }
+  const char16_t* szProp = nullptr;
+  if (UrlScheme(strPath) == u"rtsp") {
+    szProp = u"read_url.max_wait";
+  } else {
+    const String strExt = Extension(strPath);
+    if (strExt == u"mxf" || strExt == u"lxf") szProp = u"read_file.max_wait";
+  }
+  if (!szProp) return 100;
+  CKAutoLock lock(m_csLock);
+  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+  const int64_t llWait = spRoot ? ReadPropInt(*spRoot, szProp, 3000) : 3000;
+  return static_cast<DWORD>(std::clamp<int64_t>(llWait, 0, 0x7FFFFFFF));
+}
 
-HRESULT CCoVCSplitter::SplitterPacketGet(LONG, IVCPacket** _ppPacket, BSTR) {
+HRESULT CCoVCSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHints) {
+  VC_SPLITTER_ASSERT(_rtSegmentStart >= 0);
+  if (_rtSegmentStart < 0) return E_INVALIDARG;
+  m_bTimeOffset = false;
+
+  CKAutoLock lock(m_csInner);
+  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  if (!cpVCSplitter) return VC_E_EMPTY;
+
+  bool bStreamsChange = false;
+  if (_bsHints && SysStringLen(_bsHints) > 0) bStreamsChange = m_streams.StreamsChanged(ParseStreamList(_bsHints));
+  if (bStreamsChange && !m_evSegmentDone.IsSet()) cpVCSplitter->SplitterStop();
+
+  m_evSegmentDone.Reset();
+  {
+    std::lock_guard<std::mutex> lockHints(m_csHints);
+    VC_SPLITTER_ASSERT(m_llSeekingPos < 0 && ( !(m_cbsHints) || !(m_cbsHints)[0] ));
+    m_cbsHints = CBstr(_bsHints ? StringView(_bsHints, SysStringLen(_bsHints)) : StringView());
+  }
+  m_llSeekingPos = _rtSegmentStart;
+  m_thread.ThreadWake();
+
+  if (!m_evSegmentDone.Wait(_FirstSegmentWait())) cpVCSplitter->SplitterStop();  // break a read that blocks
+  const bool bDone = m_evSegmentDone.Wait(kSecondSegmentWait);
+  {
+    std::lock_guard<std::mutex> lockHints(m_csHints);
+    m_cbsHints = CBstr();
+  }
+  if (!bDone) {
+    m_llSeekingPos = -1;
+    return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+  }
+  VC_SPLITTER_ASSERT(m_llSeekingPos == -1);
+  m_evStop.Reset();
+  return S_OK;
+}
+
+HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket, BSTR _bsHints) {
+  VC_TRACE("SplitterPacketGet\n");
   ClearOut(_ppPacket);
-  return VC_E_EMPTY;
+  XMLParse::XMLNodePtr spHints = XMLParse::CoXMLNode::Create();
+  if (_bsHints && SysStringLen(_bsHints) > 0) spHints->Parse(StringView(_bsHints, SysStringLen(_bsHints)));
+
+  if (ReadPropBool(*spHints, u"direct", false)) {
+    ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+    if (!cpVCSplitter) return VC_E_EMPTY;
+    return cpVCSplitter->SplitterPacketGet(_nStreamIdx, _ppPacket, _bsHints);
+  }
+
+  LONG nStream = _nStreamIdx;
+  if (nStream < 0) nStream = m_streams.NextStream();
+  if (nStream < 0) nStream = 0;
+  if (!_InnerRef()) return VC_E_EMPTY;
+  CKEventPtr hReady = m_streams.ReadyEventGet(nStream, false);
+  if (!hReady) return HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
+
+  m_streams.SetWaitStream(nStream, true);
+  if (!hReady->IsSet()) {
+    m_thread.ThreadWake();
+    DWORD dwWait = CKEvent::kInfinite;
+    if (m_bNetwork.load()) {
+      CKAutoLock lock(m_csLock);
+      XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+      const int64_t llReconnect = spRoot ? ReadPropInt(*spRoot, u"network.reconnect.max_wait", 0) : 0;
+      if (llReconnect >= 1) dwWait = static_cast<DWORD>(std::min<int64_t>(llReconnect, 0x7FFFFFFF));
+    }
+    const int64_t llHintWait = ReadPropInt(*spHints, u"max_wait", -1);
+    if (llHintWait >= 0) dwWait = static_cast<DWORD>(std::min<int64_t>(llHintWait, 0x7FFFFFFF));
+    const bool bReady = hReady->Wait(dwWait);
+    m_streams.SetWaitStream(nStream, false);
+    if (!bReady) return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+  }
+  m_streams.SetWaitStream(nStream, false);
+
+  ComPtr<IVCPacket> cpVCPacket;
+  LONG nAVIndex = 0;
+  LONGLONG rtBefore = 0;
+  const HRESULT hr = m_streams.PacketGet(cpVCPacket.AddressOf(), nStream, true, nullptr, &nAVIndex, &rtBefore);
+  if (FAILED(hr)) {
+    VC_LOG(eVCLL_Error, "PacketsGet(%d) FAILED hr=%08X\n", nStream, hr);
+    return hr;
+  }
+  VC_SPLITTER_ASSERT(cpVCPacket);
+  if (!cpVCPacket) return VC_E_EMPTY;
+  _UpdateStatistics(nStream);
+  if (rtBefore >= kWakeBelow) {
+    VC_LOG(eVCLL_Progress, "[%ws] Deq:%ws - FULL", PacketText(cpVCPacket.Get()).c_str(),
+           TimeTextW(rtBefore).c_str());
+  } else {
+    VC_LOG(eVCLL_Progress, "[%ws] Deq:%ws - AWAKE THREAD", PacketText(cpVCPacket.Get()).c_str(),
+           TimeTextW(rtBefore).c_str());
+    m_thread.ThreadWake();
+  }
+  return cpVCPacket.CopyTo(_ppPacket);
 }
 
-HRESULT CCoVCSplitter::SplitterStop() { return VC_E_EMPTY; }
+HRESULT CCoVCSplitter::SplitterStop() {
+  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  if (!cpVCSplitter) return S_FALSE;
+  m_evStop.Set();
+  cpVCSplitter->SplitterStop();
+  m_bNetwork = false;
+  return S_OK;
+}
 
-HRESULT CCoVCSplitter::SplitterClose() { return VC_E_EMPTY; }
+HRESULT CCoVCSplitter::SplitterClose() {
+  SplitterStop();
+  m_thread.ThreadStop();
+  return S_OK;
+}
 
 }  // namespace vc
