@@ -99,7 +99,7 @@ HRESULT CKAttachments::GetString(BSTR bsName, BSTR* pbsValue) const {
   const Entry* pEntry = _Find(bsName);
   if (!pEntry) return VC_E_EMPTY;
   if (pEntry->eType != eKind::Text) return E_INVALIDARG;
-  *pbsValue = SysAllocStringLen(reinterpret_cast<const char16_t*>(pEntry->vecData.data()),
+  *pbsValue = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(pEntry->vecData.data()),
                                 static_cast<UINT>(pEntry->vecData.size() / 2));
   return *pbsValue ? S_OK : E_OUTOFMEMORY;
 }

@@ -37,18 +37,18 @@ inline void ClearOut(T* p) {
 // sign directly before a number is ignored (stream indices are never
 // negative); numbers beyond the int32 range are skipped. Order is kept,
 // repeats are dropped. Null or empty text gives an empty list.
-inline std::vector<LONG> ParseStreamList(const char16_t* szHints) {
+inline std::vector<LONG> ParseStreamList(const OLECHAR* szHints) {
   std::vector<LONG> vecStreams;
   if (!szHints) return vecStreams;
-  for (const char16_t* p = szHints; *p;) {
-    if (*p < u'0' || *p > u'9') {
+  for (const OLECHAR* p = szHints; *p;) {
+    if (*p < '0' || *p > '9') {
       ++p;
       continue;
     }
     int64_t llValue = 0;
     bool bOverflow = false;
-    for (; *p >= u'0' && *p <= u'9'; ++p) {
-      llValue = llValue * 10 + (*p - u'0');
+    for (; *p >= '0' && *p <= '9'; ++p) {
+      llValue = llValue * 10 + (*p - '0');
       if (llValue > INT32_MAX) bOverflow = true, llValue = INT32_MAX;
     }
     if (bOverflow) continue;

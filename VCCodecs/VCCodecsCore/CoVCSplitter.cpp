@@ -23,58 +23,58 @@ constexpr LONGLONG kWakeBelow = 30000000;
 constexpr DWORD kSecondSegmentWait = 1000000;
 
 struct PropDefault {
-  const char16_t* szName;
-  const char16_t* szValue;
+  const OLECHAR* szName;
+  const OLECHAR* szValue;
 };
 // Registered at construction; all of them reach the inner splitter by the
 // property copy at open.
 constexpr PropDefault kDefaults[] = {
-    {u"audio_track", u"0"},
-    {u"video_track", u"0"},
-    {u"subtitle_track", u"-1"},
-    {u"ts_program", u"-1"},
-    {u"auto_index", u"false"},
-    {u"file.buffer_max", u"1.0"},
-    {u"file.buffer_min", u"0.0"},
-    {u"network.buffer_max", u"10.0"},
-    {u"network.buffer_min", u"1.0"},
-    {u"open_url.max_wait", u"15000"},
-    {u"open_file.max_wait", u"10000"},
-    {u"read_url.max_wait", u"30000"},
-    {u"read_file.max_wait", u"10000"},
-    {u"mxf.force_ffmpeg", u"true"},
-    {u"mxf.fp500_offset", u"true"},
-    {u"mxf.s377_metadata", u"false"},
-    {u"mxf.open_file_flags", u""},
-    {u"play_while_rec.update_len", u"true"},
-    {u"duration.recalc_on_open", u"false"},
-    {u"srt.force_ffmpeg", u"true"},
+    {W("audio_track"), W("0")},
+    {W("video_track"), W("0")},
+    {W("subtitle_track"), W("-1")},
+    {W("ts_program"), W("-1")},
+    {W("auto_index"), W("false")},
+    {W("file.buffer_max"), W("1.0")},
+    {W("file.buffer_min"), W("0.0")},
+    {W("network.buffer_max"), W("10.0")},
+    {W("network.buffer_min"), W("1.0")},
+    {W("open_url.max_wait"), W("15000")},
+    {W("open_file.max_wait"), W("10000")},
+    {W("read_url.max_wait"), W("30000")},
+    {W("read_file.max_wait"), W("10000")},
+    {W("mxf.force_ffmpeg"), W("true")},
+    {W("mxf.fp500_offset"), W("true")},
+    {W("mxf.s377_metadata"), W("false")},
+    {W("mxf.open_file_flags"), W("")},
+    {W("play_while_rec.update_len"), W("true")},
+    {W("duration.recalc_on_open"), W("false")},
+    {W("srt.force_ffmpeg"), W("true")},
 };
 
 String BstrText(BSTR bs) { return bs ? String(bs, SysStringLen(bs)) : String(); }
 
 // "scheme://..." : the scheme in lower case, empty for a plain path.
 String UrlScheme(const String& strPath) {
-  const size_t nPos = strPath.find(u"://");
+  const size_t nPos = strPath.find(W("://"));
   if (nPos == String::npos || nPos == 0) return String();
   String strScheme = strPath.substr(0, nPos);
-  for (char16_t& c : strScheme) {
-    if (!((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'+' ||
-          c == u'-' || c == u'.'))
+  for (OLECHAR& c : strScheme) {
+    if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '+' ||
+          c == '-' || c == '.'))
       return String();
-    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+    if (c >= 'A' && c <= 'Z') c = static_cast<OLECHAR>(c - 'A' + 'a');
   }
   return strScheme;
 }
 
 // The extension after the last dot of the last path element, lower case.
 String Extension(const String& strPath) {
-  const size_t nSlash = strPath.find_last_of(u"/\\");
-  const size_t nDot = strPath.find_last_of(u'.');
+  const size_t nSlash = strPath.find_last_of(W("/\\"));
+  const size_t nDot = strPath.find_last_of('.');
   if (nDot == String::npos || (nSlash != String::npos && nDot < nSlash)) return String();
   String strExt = strPath.substr(nDot + 1);
-  for (char16_t& c : strExt)
-    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+  for (OLECHAR& c : strExt)
+    if (c >= 'A' && c <= 'Z') c = static_cast<OLECHAR>(c - 'A' + 'a');
   return strExt;
 }
 
@@ -122,7 +122,7 @@ ComPtr<IVCSplitter> CCoVCSplitter::_InnerRef() {
 bool CCoVCSplitter::_DropPacketsAllowed() {
   CKAutoLock lock(m_csLock);
   XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-  return spRoot && ReadPropBool(*spRoot, u"vccodecs.drop_packets", false);
+  return spRoot && ReadPropBool(*spRoot, W("vccodecs.drop_packets"), false);
 }
 
 void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
@@ -135,12 +135,12 @@ void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
     return;
   }
   if (bNetwork) {
-    const bool bLowDelay = ReadPropBool(*spRoot, u"network.low_delay", false);
-    *prtReady = bLowDelay ? 0 : SecondsToRefTime(ReadPropDouble(*spRoot, u"network.buffer_min", 1.0));
-    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, u"network.buffer_max", 10.0));
+    const bool bLowDelay = ReadPropBool(*spRoot, W("network.low_delay"), false);
+    *prtReady = bLowDelay ? 0 : SecondsToRefTime(ReadPropDouble(*spRoot, W("network.buffer_min"), 1.0));
+    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, W("network.buffer_max"), 10.0));
   } else {
-    *prtReady = SecondsToRefTime(ReadPropDouble(*spRoot, u"file.buffer_min", 0.0));
-    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, u"file.buffer_max", 1.0));
+    *prtReady = SecondsToRefTime(ReadPropDouble(*spRoot, W("file.buffer_min"), 0.0));
+    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, W("file.buffer_max"), 1.0));
   }
 }
 
@@ -155,11 +155,11 @@ HRESULT CCoVCSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnSt
     CKAutoLock lock(m_csLock);
     XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
     if (spRoot) {
-      bNablet = ReadPropBool(*spRoot, u"nablet.enabled", false);
+      bNablet = ReadPropBool(*spRoot, W("nablet.enabled"), false);
       spRoot->CopyTo(spCopy.get());  // handed to the inner object outside the lock
     }
   }
-  const CLSID& clsid = bNablet && Extension(strPath) == u"mxf" ? CLSID_NabletMxfSplitter : CLSID_GeneralSplitter;
+  const CLSID& clsid = bNablet && Extension(strPath) == W("mxf") ? CLSID_NabletMxfSplitter : CLSID_GeneralSplitter;
 
   ComPtr<IVCSplitter> cpVCSplitter;
   HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<IVCSplitter>(),
@@ -354,12 +354,12 @@ DWORD CCoVCSplitter::_FirstSegmentWait() {
     std::lock_guard<std::mutex> lock(m_csInnerRef);
     strPath = m_strPath;
   }
-  const char16_t* szProp = nullptr;
-  if (UrlScheme(strPath) == u"rtsp") {
-    szProp = u"read_url.max_wait";
+  const OLECHAR* szProp = nullptr;
+  if (UrlScheme(strPath) == W("rtsp")) {
+    szProp = W("read_url.max_wait");
   } else {
     const String strExt = Extension(strPath);
-    if (strExt == u"mxf" || strExt == u"lxf") szProp = u"read_file.max_wait";
+    if (strExt == W("mxf") || strExt == W("lxf")) szProp = W("read_file.max_wait");
   }
   if (!szProp) return 100;
   CKAutoLock lock(m_csLock);
@@ -411,7 +411,7 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
   XMLParse::XMLNodePtr spHints = XMLParse::CoXMLNode::Create();
   if (_bsHints && SysStringLen(_bsHints) > 0) spHints->Parse(StringView(_bsHints, SysStringLen(_bsHints)));
 
-  if (ReadPropBool(*spHints, u"direct", false)) {
+  if (ReadPropBool(*spHints, W("direct"), false)) {
     ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
     if (!cpVCSplitter) return VC_E_EMPTY;
     return cpVCSplitter->SplitterPacketGet(_nStreamIdx, _ppPacket, _bsHints);
@@ -431,10 +431,10 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     if (m_bNetwork.load()) {
       CKAutoLock lock(m_csLock);
       XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-      const int64_t llReconnect = spRoot ? ReadPropInt(*spRoot, u"network.reconnect.max_wait", 0) : 0;
+      const int64_t llReconnect = spRoot ? ReadPropInt(*spRoot, W("network.reconnect.max_wait"), 0) : 0;
       if (llReconnect >= 1) dwWait = static_cast<DWORD>(std::min<int64_t>(llReconnect, 0x7FFFFFFF));
     }
-    const int64_t llHintWait = ReadPropInt(*spHints, u"max_wait", -1);
+    const int64_t llHintWait = ReadPropInt(*spHints, W("max_wait"), -1);
     if (llHintWait >= 0) dwWait = static_cast<DWORD>(std::min<int64_t>(llHintWait, 0x7FFFFFFF));
     const bool bReady = hReady->Wait(dwWait);
     m_streams.SetWaitStream(nStream, false);

@@ -77,9 +77,9 @@ TEST(CoVCSplitterClosedTest, ThreadDestroyedWhileRunningReportsItselfAndStops) {
 TEST_F(ScriptedSplitterTest, OpenCopiesPropertiesAndChoosesTheClassByExtensionAndSwitch) {
   vc::ComPtr<IVCProps> cpProps;
   ASSERT_EQ(m_cpSplitter.As(&cpProps), S_OK);
-  ASSERT_EQ(cpProps->PropsSet(vc::CBstr(u"audio_track"), vc::CBstr(u"2")), S_OK);
+  ASSERT_EQ(cpProps->PropsSet(vc::CBstr(W("audio_track")), vc::CBstr(W("2"))), S_OK);
   ASSERT_EQ(Open("/media/CLIP.MXF"), S_OK);
-  ASSERT_EQ(cpProps->PropsSet(vc::CBstr(u"nablet.enabled"), vc::CBstr(u"true")), S_OK);
+  ASSERT_EQ(cpProps->PropsSet(vc::CBstr(W("nablet.enabled")), vc::CBstr(W("true"))), S_OK);
   ASSERT_EQ(Open("/media/CLIP.MXF"), S_OK);
   ASSERT_EQ(Open("/media/clip.mp4"), S_OK);
 
