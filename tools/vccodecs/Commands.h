@@ -9,5 +9,7 @@ namespace vctool {
 int CmdInfo();
 int CmdRegister(bool bRegister, bool bPerUser);
 int CmdProps(const std::vector<std::string>& args);
+int CmdProbe(const std::vector<std::string>& args);
+int CmdDemux(const std::vector<std::string>& args);
 
 }  // namespace vctool

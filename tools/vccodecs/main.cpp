@@ -16,7 +16,10 @@ void Usage() {
       "  register [--user]        register the module machine-wide or for the current user\n"
       "  unregister [--user]      remove what register wrote\n"
       "  props CLASS              list the properties of splitter, decoder, encoder or muxer\n"
-      "  props CLASS NAME=VALUE.. set properties and show what reads back\n");
+      "  props CLASS NAME=VALUE.. set properties and show what reads back\n"
+      "  probe URL [--json]       streams, duration and descriptions of a file or network source\n"
+      "  demux URL [--json] [--seek SECONDS]\n"
+      "                           every packet through the splitter, per stream, with its statistics\n");
 }
 
 }  // namespace
@@ -28,8 +31,11 @@ int main(int argc, char** argv) {
   }
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   const std::string strCmd = argv[1];
-  if (strCmd == "props") {
-    const int rc = vctool::CmdProps(std::vector<std::string>(argv + 2, argv + argc));
+  if (strCmd == "props" || strCmd == "probe" || strCmd == "demux") {
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    const int rc = strCmd == "props"   ? vctool::CmdProps(args)
+                   : strCmd == "probe" ? vctool::CmdProbe(args)
+                                       : vctool::CmdDemux(args);
     CoUninitialize();
     return rc;
   }

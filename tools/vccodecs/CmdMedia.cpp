@@ -1,0 +1,349 @@
+// vccodecs probe URL [--json] and vccodecs demux URL [--json] [--seek SECONDS]:
+// a source read through the splitter facade, as a host reads it. probe shows
+// the streams, the duration and the descriptions; demux takes every packet
+// in source order and dumps it, with a progress bar on a terminal and the
+// facade's "stat::" values at the end.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
+#include "Commands.h"
+#include "ToolModule.h"
+#include "VCComPtr.h"
+#include "VCStrings.h"
+
+namespace vctool {
+
+namespace {
+
+constexpr LONGLONG kSecond = 10000000;
+constexpr HRESULT kEndOfMedia = HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA);
+
+struct MediaArgs {
+  std::string strUrl;
+  bool bJson = false;
+  double dblSeek = 0.0;
+};
+
+bool ParseArgs(const char* szCmd, const std::vector<std::string>& args, bool bSeekAllowed, MediaArgs* pArgs) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--json") {
+      pArgs->bJson = true;
+    } else if (bSeekAllowed && args[i] == "--seek" && i + 1 < args.size()) {
+      char* pEnd = nullptr;
+      pArgs->dblSeek = std::strtod(args[++i].c_str(), &pEnd);
+      if (!pEnd || *pEnd || !std::isfinite(pArgs->dblSeek) || pArgs->dblSeek < 0) {
+        std::fprintf(stderr, "vccodecs %s: --seek wants seconds (0 or more), not '%s'\n", szCmd, args[i].c_str());
+        return false;
+      }
+    } else if (!args[i].empty() && args[i][0] == '-' && args[i] != "-") {
+      std::fprintf(stderr, "vccodecs %s: unknown option %s\n", szCmd, args[i].c_str());
+      return false;
+    } else if (pArgs->strUrl.empty()) {
+      pArgs->strUrl = args[i];
+    } else {
+      std::fprintf(stderr, "vccodecs %s: one source only\n", szCmd);
+      return false;
+    }
+  }
+  if (pArgs->strUrl.empty()) std::fprintf(stderr, "vccodecs %s: which source? (a file path or URL)\n", szCmd);
+  return !pArgs->strUrl.empty();
+}
+
+std::string JsonText(const std::string& str) {
+  std::string strOut = "\"";
+  for (unsigned char c : str) {
+    switch (c) {
+      case '"': strOut += "\\\""; break;
+      case '\\': strOut += "\\\\"; break;
+      case '\n': strOut += "\\n"; break;
+      case '\r': strOut += "\\r"; break;
+      case '\t': strOut += "\\t"; break;
+      default:
+        if (c < 0x20) {
+          char sz[8];
+          std::snprintf(sz, sizeof sz, "\\u%04x", c);
+          strOut += sz;
+        } else {
+          strOut += static_cast<char>(c);
+        }
+    }
+  }
+  return strOut + "\"";
+}
+
+const char* TypeName(eVCMediaType eType) {
+  switch (eType) {
+    case eVCMT_Video: return "video";
+    case eVCMT_Audio: return "audio";
+    case eVCMT_Subtitles: return "subtitles";
+    case eVCMT_Data: return "data";
+    case eVCMT_Multiplexed: return "multiplexed";
+    default: return "empty";
+  }
+}
+
+std::string Seconds(LONGLONG rt) {
+  if (rt == VC_TIME_UNSET) return "unset";
+  char sz[32];
+  std::snprintf(sz, sizeof sz, "%.3f", static_cast<double>(rt) / kSecond);
+  return sz;
+}
+
+// A time in the stream's own time base, in seconds.
+std::string StreamSeconds(LONGLONG llTime, const K_RATIONAL& tb) {
+  if (llTime == VC_TIME_UNSET || tb.nDen <= 0) return "unset";
+  char sz[32];
+  std::snprintf(sz, sizeof sz, "%.3f", static_cast<double>(llTime) * tb.nNum / tb.nDen);
+  return sz;
+}
+
+struct Source {
+  vc::ComPtr<IVCSplitter> cpSplitter;
+  std::string strXml;
+  LONG nStreams = 0;
+  LONGLONG rtDuration = 0;
+  struct Stream {
+    K_STREAM_INFO info{};
+    std::string strCodec;
+    std::string strXml;
+  };
+  std::vector<Stream> vecStreams;
+};
+
+bool OpenSource(const char* szCmd, const std::string& strUrl, Source* pSource) {
+  HRESULT hr = CoCreateInstance(CLSID_VCSplitter, nullptr, CLSCTX_INPROC_SERVER, IID_IVCSplitter,
+                                reinterpret_cast<void**>(pSource->cpSplitter.AddressOf()));
+  if (FAILED(hr)) {
+    std::fprintf(stderr, "vccodecs %s: the splitter could not be created: %s\n", szCmd, HrText(hr).c_str());
+    return false;
+  }
+  vc::CBstr bsUrl(strUrl);
+  LONG nStreams = 0;
+  hr = pSource->cpSplitter->SplitterOpen(bsUrl, nullptr, &nStreams);
+  if (FAILED(hr)) {
+    std::fprintf(stderr, "vccodecs %s: cannot open %s: %s\n", szCmd, strUrl.c_str(), HrText(hr).c_str());
+    return false;
+  }
+  vc::CBstr bsPath, bsXml;
+  hr = pSource->cpSplitter->SplitterInfoGet(&bsPath, &bsXml, &pSource->nStreams, &pSource->rtDuration);
+  if (FAILED(hr)) {
+    std::fprintf(stderr, "vccodecs %s: no source information: %s\n", szCmd, HrText(hr).c_str());
+    return false;
+  }
+  pSource->strXml = bsXml.Utf8();
+  for (LONG n = 0; n < pSource->nStreams; ++n) {
+    Source::Stream stream;
+    vc::CBstr bsStreamXml;
+    if (FAILED(pSource->cpSplitter->SplitterStreamInfoGet(n, &stream.info, &bsStreamXml))) continue;
+    stream.strCodec = vc::ToUtf8(stream.info.bsCodecNameOrTag ? stream.info.bsCodecNameOrTag : W(""));
+    SysFreeString(stream.info.bsCodecNameOrTag);  // ours: the caller frees returned strings
+    stream.info.bsCodecNameOrTag = nullptr;
+    stream.info.lpCodecData = 0;  // the splitter's memory; not kept past this call
+    stream.strXml = bsStreamXml.Utf8();
+    pSource->vecStreams.push_back(std::move(stream));
+  }
+  return true;
+}
+
+std::string StreamDetails(const K_STREAM_INFO& info) {
+  char sz[160];
+  if (info.eMediaType == eVCMT_Video) {
+    std::snprintf(sz, sizeof sz, "%dx%d %.3f fps aspect %d:%d", info.nWidth, info.nHeight, info.dblRate,
+                  info.nAspectX, info.nAspectY);
+  } else if (info.eMediaType == eVCMT_Audio) {
+    std::snprintf(sz, sizeof sz, "%d Hz %d ch", info.nSampleRate, info.nChannels);
+  } else {
+    sz[0] = 0;
+  }
+  return sz;
+}
+
+std::map<std::string, std::string> StatValues(IVCSplitter* pSplitter) {
+  std::map<std::string, std::string> mapStats;
+  vc::ComPtr<IVCProps> cpProps;
+  if (FAILED(pSplitter->QueryInterface(IID_IVCProps, reinterpret_cast<void**>(cpProps.AddressOf())))) return mapStats;
+  vc::CBstr bsNode(std::string("stat"));
+  LONG nCount = 0;
+  if (cpProps->PropsGetCount(bsNode, &nCount) != S_OK) return mapStats;
+  for (LONG i = 0; i < nCount; ++i) {
+    vc::CBstr bsName, bsValue;
+    BOOL bNode = FALSE;
+    if (cpProps->PropsGetByIndex(bsNode, i, &bsName, &bsValue, &bNode) == S_OK && !bNode)
+      mapStats["stat::" + bsName.Utf8()] = bsValue.Utf8();
+  }
+  return mapStats;
+}
+
+bool StderrIsTerminal() {
+#if defined(_WIN32)
+  return false;
+#else
+  return isatty(2) != 0;
+#endif
+}
+
+void DrawProgress(double dblDone, LONGLONG llPackets) {
+  const int nWidth = 40;
+  const int nFilled = static_cast<int>(std::clamp(dblDone, 0.0, 1.0) * nWidth + 0.5);
+  std::fprintf(stderr, "\r[%s%s] %3d%%  %lld packets", std::string(static_cast<size_t>(nFilled), '#').c_str(),
+               std::string(static_cast<size_t>(nWidth - nFilled), '.').c_str(), static_cast<int>(dblDone * 100 + 0.5),
+               static_cast<long long>(llPackets));
+  std::fflush(stderr);
+}
+
+}  // namespace
+
+int CmdProbe(const std::vector<std::string>& args) {
+  MediaArgs opts;
+  if (!ParseArgs("probe", args, false, &opts)) return 1;
+  Source source;
+  if (!OpenSource("probe", opts.strUrl, &source)) return 2;
+  if (opts.bJson) {
+    std::printf("{\n  \"source\": %s,\n  \"duration\": %s,\n  \"streams\": [", JsonText(opts.strUrl).c_str(),
+                Seconds(source.rtDuration).c_str());
+    for (size_t n = 0; n < source.vecStreams.size(); ++n) {
+      const auto& s = source.vecStreams[n];
+      std::printf("%s\n    {\"index\": %zu, \"type\": \"%s\", \"codec\": %s, \"width\": %d, \"height\": %d, "
+                  "\"rate\": %.6g, \"sample_rate\": %d, \"channels\": %d, \"bitrate\": %d, \"xml\": %s}",
+                  n ? "," : "", n, TypeName(s.info.eMediaType), JsonText(s.strCodec).c_str(), s.info.nWidth,
+                  s.info.nHeight, s.info.dblRate, s.info.nSampleRate, s.info.nChannels, s.info.nBitrate,
+                  JsonText(s.strXml).c_str());
+    }
+    std::printf("\n  ],\n  \"xml\": %s\n}\n", JsonText(source.strXml).c_str());
+  } else {
+    std::printf("source    %s\nduration  %s s\nstreams   %d\n\n", opts.strUrl.c_str(),
+                Seconds(source.rtDuration).c_str(), static_cast<int>(source.nStreams));
+    std::printf("  #  type       codec         details                           kbit/s\n");
+    for (size_t n = 0; n < source.vecStreams.size(); ++n) {
+      const auto& s = source.vecStreams[n];
+      std::printf("  %-2zu %-10s %-13s %-33s %d\n", n, TypeName(s.info.eMediaType), s.strCodec.c_str(),
+                  StreamDetails(s.info).c_str(), s.info.nBitrate / 1000);
+    }
+    std::printf("\nsource description:\n%s\n", source.strXml.c_str());
+    for (size_t n = 0; n < source.vecStreams.size(); ++n)
+      std::printf("stream %zu description:\n%s\n", n, source.vecStreams[n].strXml.c_str());
+  }
+  source.cpSplitter->SplitterClose();
+  return 0;
+}
+
+int CmdDemux(const std::vector<std::string>& args) {
+  MediaArgs opts;
+  if (!ParseArgs("demux", args, true, &opts)) return 1;
+  Source source;
+  if (!OpenSource("demux", opts.strUrl, &source)) return 2;
+
+  // Every stream of the source, from the requested start.
+  std::string strStreams;
+  for (LONG n = 0; n < source.nStreams; ++n) strStreams += (n ? "," : "") + std::to_string(n);
+  const LONGLONG rtStart = static_cast<LONGLONG>(std::llround(opts.dblSeek * kSecond));
+  HRESULT hr = source.cpSplitter->SplitterBeginSegment(rtStart, vc::CBstr(strStreams));
+  if (FAILED(hr)) {
+    std::fprintf(stderr, "vccodecs demux: cannot start at %.3f s: %s\n", opts.dblSeek, HrText(hr).c_str());
+    source.cpSplitter->SplitterClose();
+    return 2;
+  }
+
+  struct Totals {
+    LONGLONG llPackets = 0, llBytes = 0, llKeys = 0;
+    LONGLONG rtFirst = VC_TIME_UNSET, rtLast = VC_TIME_UNSET;
+  };
+  std::vector<Totals> vecTotals(static_cast<size_t>(std::max<LONG>(source.nStreams, 0)));
+  const bool bProgress = StderrIsTerminal();
+  LONGLONG llPackets = 0;
+  if (opts.bJson) {
+    std::printf("{\n  \"source\": %s,\n  \"start\": %.3f,\n  \"packets\": [", JsonText(opts.strUrl).c_str(),
+                opts.dblSeek);
+  } else {
+    std::printf("stream type   #seg  key     pts(s)     dts(s)   time(s)     end(s)    size   file pos\n");
+  }
+  for (;;) {
+    vc::ComPtr<IVCPacket> cpPacket;
+    hr = source.cpSplitter->SplitterPacketGet(-1, cpPacket.AddressOf(), nullptr);
+    if (hr == kEndOfMedia) break;
+    if (FAILED(hr) || !cpPacket) {
+      std::fprintf(stderr, "%svccodecs demux: reading stopped: %s\n", bProgress ? "\n" : "", HrText(hr).c_str());
+      break;
+    }
+    K_PACKET_INFO info{};
+    K_TIME time{};
+    K_STREAM_INFO stream{};
+    cpPacket->PacketInfoGet(&info);
+    cpPacket->PacketTimeGet(&time);
+    cpPacket->PacketStreamInfoGet(&stream);
+    const bool bKey = (info.eFlags & eVCPF_KeyFrame) != 0;
+    if (info.nStreamIndex >= 0 && static_cast<size_t>(info.nStreamIndex) < vecTotals.size()) {
+      Totals& t = vecTotals[static_cast<size_t>(info.nStreamIndex)];
+      ++t.llPackets;
+      t.llBytes += info.cbPacketData;
+      t.llKeys += bKey ? 1 : 0;
+      if (time.rtStartTime != VC_TIME_UNSET) {
+        if (t.rtFirst == VC_TIME_UNSET) t.rtFirst = time.rtStartTime;
+        t.rtLast = std::max(t.rtLast == VC_TIME_UNSET ? time.rtEndTime : t.rtLast, time.rtEndTime);
+      }
+    }
+    if (opts.bJson) {
+      std::printf("%s\n    {\"stream\": %d, \"type\": \"%s\", \"index\": %d, \"key\": %s, \"pts\": %lld, \"dts\": %lld, "
+                  "\"time\": %s, \"end\": %s, \"size\": %d, \"pos\": %lld}",
+                  llPackets ? "," : "", info.nStreamIndex, TypeName(stream.eMediaType), info.nIndexInSegment,
+                  bKey ? "true" : "false", static_cast<long long>(info.llPts), static_cast<long long>(info.llDts),
+                  Seconds(time.rtStartTime).c_str(), Seconds(time.rtEndTime).c_str(), info.cbPacketData,
+                  static_cast<long long>(info.llFilePos));
+    } else {
+      std::printf("%6d %-6.6s %5d  %-3s %10s %10s %9s %10s %7d %10lld\n", info.nStreamIndex,
+                  TypeName(stream.eMediaType), info.nIndexInSegment, bKey ? "K" : "-",
+                  StreamSeconds(info.llPts, stream.raTimeBase).c_str(),
+                  StreamSeconds(info.llDts, stream.raTimeBase).c_str(),
+                  Seconds(time.rtStartTime).c_str(), Seconds(time.rtEndTime).c_str(), info.cbPacketData,
+                  static_cast<long long>(info.llFilePos));
+    }
+    ++llPackets;
+    if (bProgress && source.rtDuration > 0 && llPackets % 64 == 0 && time.rtStartTime != VC_TIME_UNSET)
+      DrawProgress(static_cast<double>(time.rtStartTime) / static_cast<double>(source.rtDuration), llPackets);
+  }
+  if (bProgress) {
+    DrawProgress(1.0, llPackets);
+    std::fprintf(stderr, "\n");
+  }
+  const std::map<std::string, std::string> mapStats = StatValues(source.cpSplitter.Get());
+  if (opts.bJson) {
+    std::printf("\n  ],\n  \"streams\": [");
+    for (size_t n = 0; n < vecTotals.size(); ++n) {
+      const Totals& t = vecTotals[n];
+      std::printf("%s\n    {\"index\": %zu, \"packets\": %lld, \"keys\": %lld, \"bytes\": %lld, \"first\": %s, "
+                  "\"last\": %s}",
+                  n ? "," : "", n, static_cast<long long>(t.llPackets), static_cast<long long>(t.llKeys),
+                  static_cast<long long>(t.llBytes), Seconds(t.rtFirst).c_str(), Seconds(t.rtLast).c_str());
+    }
+    std::printf("\n  ],\n  \"stat\": {");
+    bool bFirst = true;
+    for (const auto& [strName, strValue] : mapStats) {
+      std::printf("%s\n    %s: %s", bFirst ? "" : ",", JsonText(strName).c_str(), JsonText(strValue).c_str());
+      bFirst = false;
+    }
+    std::printf("\n  }\n}\n");
+  } else {
+    std::printf("\n  #  packets  keys       bytes   first(s)    last(s)\n");
+    for (size_t n = 0; n < vecTotals.size(); ++n) {
+      const Totals& t = vecTotals[n];
+      std::printf("  %-2zu %8lld %5lld %11lld %10s %10s\n", n, static_cast<long long>(t.llPackets),
+                  static_cast<long long>(t.llKeys), static_cast<long long>(t.llBytes), Seconds(t.rtFirst).c_str(),
+                  Seconds(t.rtLast).c_str());
+    }
+    std::printf("\n");
+    for (const auto& [strName, strValue] : mapStats) std::printf("%-36s %s\n", strName.c_str(), strValue.c_str());
+  }
+  source.cpSplitter->SplitterClose();
+  return 0;
+}
+
+}  // namespace vctool
