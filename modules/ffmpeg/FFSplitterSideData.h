@@ -1,0 +1,68 @@
+// The side-data entries of the general splitter: per stream (-1 for the
+// source as a whole), named entries that may hold bytes, a string and an
+// object. The splitter fills it when a source opens (container and stream
+// tags as strings, the streams' own side data as bytes) and empties it when
+// the source closes; hosts may add and remove entries of their own.
+//
+// Any thread may call any method; one small lock guards the entries. A byte
+// view handed out stays valid until that entry's bytes are set again, the
+// entry is removed, or the store is reset.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "VCComPtr.h"
+#include "VCSideData.h"
+#include "VCStrings.h"
+
+namespace vc::ff {
+
+class CFFSideDataStore {
+ public:
+  // Drops every entry; streams -1 to nStreams - 1 are valid from now on
+  // (nStreams 0 while no source is open: only -1).
+  void Reset(LONG nStreams);
+
+  // Fills, used while a source opens.
+  void PutString(LONG nStream, StringView type, StringView value);
+  void PutBytes(LONG nStream, StringView type, const std::vector<uint8_t>& bytes);
+
+  // The nine slots of IVCSideData. A stream outside the valid range answers
+  // 0x80070585; an empty type name E_INVALIDARG; an entry (or part of one)
+  // that is not there S_FALSE with the outs cleared.
+  HRESULT GetCount(LONG nStream, LONG* pnCount);
+  HRESULT GetByIndex(LONG nStream, LONG nIndex, BSTR* pbsType, LONG* pcbData, LONGLONG* plpData);
+  HRESULT Get(LONG nStream, BSTR bsType, LONG* pcbData, LONGLONG* plpData);
+  HRESULT Set(LONG nStream, BSTR bsType, LONG cbData, LONGLONG lpData);
+  HRESULT Remove(LONG nStream, BSTR bsType);
+  HRESULT StrGet(LONG nStream, BSTR bsType, BSTR* pbsValue);
+  HRESULT StrSet(LONG nStream, BSTR bsType, BSTR bsValue);
+  HRESULT ObjGet(LONG nStream, BSTR bsType, IUnknown** ppObj);
+  HRESULT ObjSet(LONG nStream, BSTR bsType, IUnknown* pObj);
+
+ private:
+  struct CEntry {
+    String strType;
+    bool bHasBytes = false;
+    std::vector<uint8_t> vecBytes;
+    bool bHasString = false;
+    String strValue;
+    ComPtr<IUnknown> cpObject;
+
+    bool Empty() const { return !bHasBytes && !bHasString && !cpObject; }
+  };
+  using CEntries = std::vector<CEntry>;  // insertion order
+
+  bool _ValidStream(LONG nStream) const { return nStream >= -1 && nStream < m_nStreams; }
+  CEntry* _Find(LONG nStream, StringView type);
+  CEntry& _FindOrAdd(LONG nStream, StringView type);
+  void _DropIfEmpty(LONG nStream, StringView type);
+
+  std::mutex m_mtx;
+  std::map<LONG, CEntries> m_mapEntries;  // GUARDED_BY(m_mtx)
+  LONG m_nStreams = 0;                    // GUARDED_BY(m_mtx)
+};
+
+}  // namespace vc::ff
