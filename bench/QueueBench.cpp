@@ -9,6 +9,7 @@
 
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecs/VCPackets.h"
+#include "VCCodecs/VCPacketsStats.h"
 #include "VCComPtr.h"
 #include "VCLog.h"
 
@@ -82,5 +83,22 @@ void BM_BufferedDuration16Streams(benchmark::State& state) {
   vc::LogSetLevel(nPrevLevel);
 }
 BENCHMARK(BM_BufferedDuration16Streams);
+
+// One publication of a stream's buffering statistics into a property tree
+// that already holds them (the steady state: eight values rewritten).
+void BM_SplitterStatisticsPublication(benchmark::State& state) {
+  const int nPrevLevel = vc::LogSetLevel(vc::kLogOff);
+  NoDropOwner owner;
+  vc::VCPacketsStreams<NoDropOwner> streams(&owner);
+  for (int i = 0; i < 50; ++i) {
+    vc::ComPtr<IVCPacket> cpPacket = MakePacket(0, eVCMT_Video, i * 40 * kMs);
+    streams.PacketPut(cpPacket.Get(), true, 1e300, 1e300);
+  }
+  XMLParse::XMLNodePtr spRoot = XMLParse::CoXMLNode::Create();
+  vc::CKCritSec csLock;
+  for (auto _ : state) benchmark::DoNotOptimize(vc::VCPacketsUpdateStatistics(streams, 0, spRoot.get(), csLock, true));
+  vc::LogSetLevel(nPrevLevel);
+}
+BENCHMARK(BM_SplitterStatisticsPublication);
 
 }  // namespace

@@ -74,12 +74,14 @@ inline String VCStatDoubleText(double dbl) {
 // Publishes the statistics of stream nStream of the set. False when the
 // stream has no queue or was published less than 0.1 s ago (nothing
 // written); true when published. pRoot may be null (nothing to write to):
-// the line is still logged and the interval restarts.
+// the line is still logged and the interval restarts. bForce publishes
+// whatever the interval (a final publication, or a benchmark of one).
 template <class TStreams>
-bool VCPacketsUpdateStatistics(TStreams& streams, LONG nStream, XMLParse::CoXMLNode* pRoot, CKCritSec& csLock) {
+bool VCPacketsUpdateStatistics(TStreams& streams, LONG nStream, XMLParse::CoXMLNode* pRoot, CKCritSec& csLock,
+                               bool bForce = false) {
   auto pDeq = streams._GetDeq(nStream, false);
   if (!pDeq) return false;
-  if (pDeq->StatsClock().Elapsed(false) < kStatsInterval) return false;
+  if (!bForce && pDeq->StatsClock().Elapsed(false) < kStatsInterval) return false;
 
   LONG nAVIndex = 0;
   const eVCMediaType eType = pDeq->MediaTypeGet(&nAVIndex);
