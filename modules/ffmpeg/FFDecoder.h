@@ -1,0 +1,106 @@
+// The decoders of the general media module, as the decoder facade's
+// candidate table creates them: the software decoder "FFmpeg A/V" for audio
+// and video, and the NVIDIA (CUDA) and Intel QuickSync classes, which decode
+// video on their device and refuse, quickly and with the reason in the log,
+// where the device or its driver is missing.
+//
+// DecodeIsSupported opens an FFmpeg decoder for the stream (from the
+// packet's description when it has a usable one, else from the argument)
+// and publishes what it chose: "codec_name", "decoder", "decoder.name",
+// "decoder.id", "decoder.device", "decoder.profile", "decoder.level",
+// "decoder.tag", "decoder.size". DecodePacket and DecodeAudio then feed it;
+// DecodeClose frees it, and the object opens again for the next stream.
+// Options read when a decoder opens: "threads" (decoding threads, 0 or
+// absent: as many as FFmpeg finds useful) and, for the device classes,
+// "hw_device" (which device: a CUDA index, a render node; default the
+// first).
+//
+// Any thread may call; the decoding calls are serialised by a decode lock,
+// which is taken before the property lock and never while the caller's
+// objects (frames, audio buffers) could call back into this one.
+#pragma once
+
+extern "C" {
+#include <libavutil/buffer.h>
+#include <libavutil/hwcontext.h>
+}
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Devices/KPropsImpl.h"
+#include "FFDecoderSession.h"
+#include "VCCodecs/VCPacket.h"
+#include "VCCodecsCore.h"
+#include "VCCritSec.h"
+#include "VCObject.h"
+
+namespace vc::ff {
+
+class CCoFFDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<CCoFFDecoder> {
+ public:
+  // AV_HWDEVICE_TYPE_NONE: the software decoder; CUDA or QSV: a device class.
+  explicit CCoFFDecoder(AVHWDeviceType eDevice = AV_HWDEVICE_TYPE_NONE);
+
+  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
+    return QueryInterfaceTable<IVCDecoder, IVCProps>(this, riid, ppv);
+  }
+  CKCritSec& _PropsLock() { return m_csLock; }
+
+  HRESULT STDMETHODCALLTYPE DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* _pVCPacket,
+                                              BOOL* _pbSupported) override;
+  HRESULT STDMETHODCALLTYPE DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentStart, K_AV_PROPS* _pAVPropsOut,
+                                         IVCFrame** _ppFrame, BSTR _bsHints) override;
+  HRESULT STDMETHODCALLTYPE DecodeAudio(IVCPacket* _pVCPacket, LONGLONG _rtSegmentStart,
+                                        IVCAudioBuffer* _pAudioBuffer, LONG* _plSamplesDecode,
+                                        BSTR _bsHints) override;
+  HRESULT STDMETHODCALLTYPE DecodeClose() override;
+
+ private:
+  struct CBufferUnref {
+    void operator()(AVBufferRef* p) const { av_buffer_unref(&p); }
+  };
+
+  bool _IsDevice() const { return m_eDevice != AV_HWDEVICE_TYPE_NONE; }
+  // The name the log and the refusals use for this class's device.
+  const char* _DeviceLabel() const;
+  // Opens a decoder for info; logs why not at level 3. Under m_mtxDecode.
+  HRESULT _Open(const CKStreamInfo& info);
+  HRESULT _OpenOnDevice(const CKStreamInfo& info, AVCodecID id, const std::string& strName,
+                        CFFSessionOptions* pOptions, const AVCodec** ppCodec);
+  // Opens from the packet's own description (else the last one) when no
+  // decoder is open. Under m_mtxDecode.
+  HRESULT _EnsureOpen(IVCPacket* pPacket);
+  // The output form a caller's wanted properties name; E_INVALIDARG for a
+  // pixel format this module does not know.
+  HRESULT _OutputForm(const K_AV_PROPS* pWanted, CFFOutputForm* pForm) const;
+  // Publishes the chosen decoder's information; after the first frame again
+  // with what decoding has taught FFmpeg (profile, level, size).
+  void _PublishInfo(const AVCodec* pCodec);
+  void _SetProp(const char16_t* szName, const std::string& strValue);
+  // The text of a property (under the property lock).
+  std::string _PropText(const char16_t* szName, const std::string& strDefault);
+
+  const AVHWDeviceType m_eDevice;
+  CKCritSec m_csLock;      // the property tree
+  std::mutex m_mtxDecode;  // the decoding calls; taken before m_csLock
+  CFFDecodeSession m_session;                            // GUARDED_BY(m_mtxDecode)
+  CKStreamInfo m_streamInfo;                             // GUARDED_BY(m_mtxDecode); last opened stream
+  const AVCodec* m_pCodec = nullptr;                     // GUARDED_BY(m_mtxDecode)
+  std::unique_ptr<AVBufferRef, CBufferUnref> m_spDevice;  // GUARDED_BY(m_mtxDecode); device classes
+  bool m_bFramePublished = false;                        // GUARDED_BY(m_mtxDecode)
+};
+
+// The device classes: the same object on another device.
+class CCoFFDecoderNVidia : public CCoFFDecoder {
+ public:
+  CCoFFDecoderNVidia() : CCoFFDecoder(AV_HWDEVICE_TYPE_CUDA) {}
+};
+
+class CCoFFDecoderQuickSync : public CCoFFDecoder {
+ public:
+  CCoFFDecoderQuickSync() : CCoFFDecoder(AV_HWDEVICE_TYPE_QSV) {}
+};
+
+}  // namespace vc::ff
