@@ -148,7 +148,12 @@ void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
 // Open
 
 HRESULT CCoVCSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) {
+  ClearOut(_pnStreamsCount);
   const String strPath = BstrText(_bsFilePath);
+  if (strPath.empty()) {
+    VC_LOG(eVCLL_Error, "SplitterOpen() FAILED hr=%08X: no source path", E_INVALIDARG);
+    return E_INVALIDARG;
+  }
   bool bNablet = false;
   XMLParse::XMLNodePtr spCopy = XMLParse::CoXMLNode::Create();
   {

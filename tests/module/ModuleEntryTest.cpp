@@ -204,8 +204,10 @@ TEST_F(CoreModuleTest, Facades_ExposeTheirInterfacesAndAnswerNoInnerObject) {
   ComPtr<IVCSideData> cpSide;
   EXPECT_EQ(cpSplitter.As(&cpSide), S_OK);
   LONG nStreams = 7;
-  EXPECT_EQ(cpSplitter->SplitterOpen(nullptr, nullptr, &nStreams), vc::VC_E_EMPTY);
+  EXPECT_EQ(cpSplitter->SplitterOpen(nullptr, nullptr, &nStreams), E_INVALIDARG);  // no source named
   EXPECT_EQ(nStreams, 0);
+  IVCPacket* pPacket = nullptr;
+  EXPECT_EQ(cpSplitter->SplitterPacketGet(-1, &pPacket, nullptr), vc::VC_E_EMPTY);
   EXPECT_EQ(cpSide->SideDataGetCount(0, &nStreams), vc::VC_E_EMPTY);
 
   ComPtr<IVCDecoder> cpDecoder;
