@@ -77,9 +77,13 @@ int CFFSplitter::_InterruptCallback(void* pContext) {
   int nReason = kReasonNone;
   if (pInterrupt->bStop.load(std::memory_order_relaxed) || pInterrupt->nTakeovers.load(std::memory_order_relaxed) > 0) {
     nReason = kReasonStopped;
-  } else {
+  } else if (const int64_t llWaitUs = pInterrupt->llWaitUs.load(std::memory_order_relaxed); llWaitUs > 0) {
+    // The clock starts at the call's first transfer: a read served from
+    // FFmpeg's buffer never asks, and never pays for the clock.
+    const int64_t llNow = av_gettime_relative();
     const int64_t llDeadline = pInterrupt->llDeadline.load(std::memory_order_relaxed);
-    if (llDeadline != 0 && av_gettime_relative() > llDeadline) nReason = kReasonTimedOut;
+    if (llDeadline == 0) pInterrupt->llDeadline.store(llNow + llWaitUs, std::memory_order_relaxed);
+    else if (llNow > llDeadline) nReason = kReasonTimedOut;
   }
   if (nReason == kReasonNone) return 0;
   int nExpected = kReasonNone;
@@ -88,8 +92,8 @@ int CFFSplitter::_InterruptCallback(void* pContext) {
 }
 
 void CFFSplitter::_ArmDeadline(int64_t llWaitMs) {
-  m_interrupt.llDeadline.store(llWaitMs > 0 ? av_gettime_relative() + llWaitMs * 1000 : 0,
-                               std::memory_order_relaxed);
+  m_interrupt.llDeadline.store(0, std::memory_order_relaxed);
+  m_interrupt.llWaitUs.store(llWaitMs > 0 ? llWaitMs * 1000 : 0, std::memory_order_relaxed);
 }
 
 void CFFSplitter::_Revive() {

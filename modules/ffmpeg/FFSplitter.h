@@ -124,7 +124,8 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   struct CInterrupt {
     std::atomic<bool> bStop{false};       // SplitterStop until the next segment or open
     std::atomic<int> nTakeovers{0};       // closes and opens waiting for the I/O lock
-    std::atomic<int64_t> llDeadline{0};   // av_gettime_relative() limit, 0 for none
+    std::atomic<int64_t> llWaitUs{0};     // wait of the current call, 0 for none
+    std::atomic<int64_t> llDeadline{0};   // av_gettime_relative() limit, 0 until the call's first transfer
     // Why the callback first broke a transfer since the last revival; it
     // stays until the next segment or open.
     std::atomic<int> nReason{0};
@@ -165,7 +166,7 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   void _ArmDeadline(int64_t llWaitMs);
   // Makes an I/O context that an interruption left at its end readable again.
   void _Revive();
-  void _DisarmDeadline() { m_interrupt.llDeadline.store(0, std::memory_order_relaxed); }
+  void _DisarmDeadline() { m_interrupt.llWaitUs.store(0, std::memory_order_relaxed); }
   // The result of a failed FFmpeg call: stop and deadline win over its code.
   HRESULT _FailureHr(int nAvError) const;
   // Reads the next packet of a selected stream and describes it.
