@@ -30,16 +30,6 @@ namespace {
 
 LONGLONG ToAddress(const void* p) { return static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(p)); }
 
-// Display aspect ratio of a picture, reduced to fit the record's 16-bit fields.
-void DisplayAspect(int nWidth, int nHeight, AVRational sar, SHORT* pnX, SHORT* pnY) {
-  if (sar.num <= 0 || sar.den <= 0) sar = AVRational{1, 1};
-  int nNum = 0;
-  int nDen = 0;
-  av_reduce(&nNum, &nDen, static_cast<int64_t>(nWidth) * sar.num, static_cast<int64_t>(nHeight) * sar.den, SHRT_MAX);
-  *pnX = static_cast<SHORT>(nNum);
-  *pnY = static_cast<SHORT>(nDen);
-}
-
 eKInterlace InterlaceOf(const AVFrame* pFrame) {
   if (!pFrame->interlaced_frame) return eKI_Progressive;
   return pFrame->top_field_first ? eKI_Field1First : eKI_Field2First;
@@ -178,6 +168,15 @@ int PublicRowBytes(const AVFrame* pVideo, eVCCC fcc) {
 
 }  // namespace
 
+void DisplayAspect(int nWidth, int nHeight, AVRational sar, SHORT* pnX, SHORT* pnY) {
+  if (sar.num <= 0 || sar.den <= 0) sar = AVRational{1, 1};
+  int nNum = 0;
+  int nDen = 0;
+  av_reduce(&nNum, &nDen, static_cast<int64_t>(nWidth) * sar.num, static_cast<int64_t>(nHeight) * sar.den, SHRT_MAX);
+  *pnX = static_cast<SHORT>(nNum);
+  *pnY = static_cast<SHORT>(nDen);
+}
+
 void SyncVideoProps(FrameContent* pContent) {
   const AVFrame* pVideo = pContent->pVideo.get();
   if (!pVideo) return;
@@ -228,7 +227,9 @@ CFFFrame* CFFFrame::Create(ComPtr<IVCFrame>* pcpFrame) {
 }
 
 void CFFFrame::SetContent(FrameContent&& content) {
+  FrameContent old;  // released after the lock: its objects may call back
   Lock lock(m_csLock);
+  old = std::move(m_content);
   m_content = std::move(content);
   m_vecChannels.clear();
 }

@@ -52,6 +52,9 @@ class CFFFrame : public CKObjectRoot, public IVCFrame {
   // The FFmpeg frames inside; see FrameAVFrame.
   const AVFrame* VideoAVFrame();
   const AVFrame* AudioAVFrame();
+  // A new reference to the audio (null when there is none). The samples are
+  // shared, so in-place changes made later copy them first.
+  AvFramePtr AudioSnapshot();
 
   // IVCFrame, in slot order.
   HRESULT STDMETHODCALLTYPE VCGetProcessID(DWORD* _pdwProcessID) override;
@@ -125,6 +128,12 @@ class CFFFrame : public CKObjectRoot, public IVCFrame {
   // the lock (video by reference or by copy, audio and data copied, objects
   // by reference).
   HRESULT _CopyContent(int nCloneType, FrameContent* pOut);
+  // After any change of the audio: refills the per-channel copy (in place
+  // when the shape is the same, so its pointers stay good). Caller holds
+  // m_csLock.
+  void _RefreshChannelsLocked();
+  // Makes the audio samples this frame's alone before writing into them.
+  bool _AudioWritableLocked();
 
   std::mutex m_csLock;
   FrameContent m_content;                  // GUARDED_BY(m_csLock)
@@ -138,5 +147,8 @@ class CFFFrame : public CKObjectRoot, public IVCFrame {
 // Keeps props.vidProps / props.audProps in step with the FFmpeg frames of c.
 void SyncVideoProps(FrameContent* pContent);
 void SyncAudioProps(FrameContent* pContent);
+// Display aspect ratio of a picture with sample aspect sar (0/x: square),
+// reduced to fit the record's 16-bit fields.
+void DisplayAspect(int nWidth, int nHeight, AVRational sar, SHORT* pnX, SHORT* pnY);
 
 }  // namespace vc::ff

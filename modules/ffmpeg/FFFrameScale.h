@@ -12,6 +12,8 @@ extern "C" {
 #include <libavutil/samplefmt.h>
 }
 
+#include <string>
+
 #include "FFFrameContent.h"
 #include "VCCodecsCore.h"
 
@@ -52,6 +54,11 @@ HRESULT ScaleInto(const VideoView& src, AVFrame* pDst, int nX, int nY, int nWidt
 // nothing stays behind between calls.
 HRESULT ResampleAudio(const AVFrame* pSrc, AVSampleFormat eDstFmt, int nDstRate, const AVChannelLayout& dstLayout,
                       AvFramePtr* pOut);
+
+// Writes a picture to a file chosen by the extension: ".png", ".bmp",
+// ".jpg"/".jpeg" through FFmpeg's image encoders, anything else as the raw
+// bytes of the public one-buffer layout.
+HRESULT SavePicture(const AVFrame* pVideo, eVCCC fcc, const std::string& strPath);
 
 // A new interleaved audio frame (silence) of nSamples samples.
 HRESULT AllocAudio(AVSampleFormat eFmt, int nChannels, int nRate, int nSamples, AvFramePtr* pOut);

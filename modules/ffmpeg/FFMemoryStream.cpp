@@ -1,0 +1,185 @@
+#include "FFMemoryStream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "VCObject.h"
+
+namespace vc::ff {
+
+namespace {
+
+// Storage error codes the platform header does not name.
+constexpr HRESULT kStgInvalidPointer = static_cast<HRESULT>(0x80030009u);  // STG_E_INVALIDPOINTER
+constexpr HRESULT kStgMediumFull = static_cast<HRESULT>(0x80030070u);      // STG_E_MEDIUMFULL
+
+// The bytes, shared by a stream and its clones.
+struct StreamBytes {
+  std::mutex csLock;
+  std::vector<uint8_t> vecData;  // GUARDED_BY(csLock)
+};
+
+// Largest stream: positions and sizes must fit the 32-bit counts of Read and
+// Write many times over, but memory is finite.
+constexpr ULONGLONG kMaxSize = ULONGLONG{1} << 40;
+
+class CFFMemoryStream : public CKObjectRoot, public IStream {
+ public:
+  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
+    return QueryInterfaceTable<IStream, ISequentialStream>(this, riid, ppv);
+  }
+
+  void Init(std::shared_ptr<StreamBytes> spBytes, ULONGLONG llPos) {
+    m_spBytes = std::move(spBytes);
+    m_llPos = llPos;
+  }
+
+  HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* pcbRead) override {
+    if (pcbRead) *pcbRead = 0;
+    if (!pv && cb > 0) return kStgInvalidPointer;
+    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    const size_t cbSize = m_spBytes->vecData.size();
+    const size_t cbCopy = m_llPos >= cbSize ? 0 : std::min<size_t>(cb, cbSize - static_cast<size_t>(m_llPos));
+    if (cbCopy) std::memcpy(pv, m_spBytes->vecData.data() + m_llPos, cbCopy);
+    m_llPos += cbCopy;
+    if (pcbRead) *pcbRead = static_cast<ULONG>(cbCopy);
+    return cbCopy == cb ? S_OK : S_FALSE;
+  }
+
+  HRESULT STDMETHODCALLTYPE Write(const void* pv, ULONG cb, ULONG* pcbWritten) override {
+    if (pcbWritten) *pcbWritten = 0;
+    if (!pv && cb > 0) return kStgInvalidPointer;
+    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    if (m_llPos + cb > kMaxSize) return kStgMediumFull;
+    std::vector<uint8_t>& vec = m_spBytes->vecData;
+    try {
+      if (vec.size() < m_llPos + cb) vec.resize(static_cast<size_t>(m_llPos + cb));
+    } catch (const std::bad_alloc&) {
+      return kStgMediumFull;
+    }
+    if (cb) std::memcpy(vec.data() + m_llPos, pv, cb);
+    m_llPos += cb;
+    if (pcbWritten) *pcbWritten = cb;
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin, ULARGE_INTEGER* plibNewPosition) override {
+    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    LONGLONG llBase = 0;
+    switch (dwOrigin) {
+      case STREAM_SEEK_SET: llBase = 0; break;
+      case STREAM_SEEK_CUR: llBase = static_cast<LONGLONG>(m_llPos); break;
+      case STREAM_SEEK_END: llBase = static_cast<LONGLONG>(m_spBytes->vecData.size()); break;
+      default: return STG_E_INVALIDFUNCTION;
+    }
+    const LONGLONG llNew = llBase + dlibMove.QuadPart;
+    if (llNew < 0 || static_cast<ULONGLONG>(llNew) > kMaxSize) return STG_E_INVALIDFUNCTION;
+    m_llPos = static_cast<ULONGLONG>(llNew);
+    if (plibNewPosition) plibNewPosition->QuadPart = m_llPos;
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER libNewSize) override {
+    if (libNewSize.QuadPart > kMaxSize) return kStgMediumFull;
+    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    try {
+      m_spBytes->vecData.resize(static_cast<size_t>(libNewSize.QuadPart));
+    } catch (const std::bad_alloc&) {
+      return kStgMediumFull;
+    }
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
+                                   ULARGE_INTEGER* pcbWritten) override {
+    if (pcbRead) pcbRead->QuadPart = 0;
+    if (pcbWritten) pcbWritten->QuadPart = 0;
+    if (!pstm) return kStgInvalidPointer;
+    // Copied out first: the target may share our bytes (a clone).
+    std::vector<uint8_t> vecChunk;
+    {
+      std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+      const size_t cbSize = m_spBytes->vecData.size();
+      const size_t cbCopy = m_llPos >= cbSize ? 0 : static_cast<size_t>(std::min<ULONGLONG>(cb.QuadPart, cbSize - m_llPos));
+      vecChunk.assign(m_spBytes->vecData.begin() + static_cast<ptrdiff_t>(m_llPos),
+                      m_spBytes->vecData.begin() + static_cast<ptrdiff_t>(m_llPos + cbCopy));
+      m_llPos += cbCopy;
+    }
+    if (pcbRead) pcbRead->QuadPart = vecChunk.size();
+    size_t cbDone = 0;
+    while (cbDone < vecChunk.size()) {
+      const ULONG cbPart = static_cast<ULONG>(std::min<size_t>(vecChunk.size() - cbDone, 0x40000000));
+      ULONG cbWritten = 0;
+      const HRESULT hr = pstm->Write(vecChunk.data() + cbDone, cbPart, &cbWritten);
+      cbDone += cbWritten;
+      if (pcbWritten) pcbWritten->QuadPart = cbDone;
+      if (FAILED(hr)) return hr;
+      if (cbWritten < cbPart) return kStgMediumFull;
+    }
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE Revert() override { return STG_E_INVALIDFUNCTION; }
+  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+    return STG_E_INVALIDFUNCTION;
+  }
+  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+    return STG_E_INVALIDFUNCTION;
+  }
+
+  HRESULT STDMETHODCALLTYPE Stat(STATSTG* pstatstg, DWORD) override {
+    if (!pstatstg) return kStgInvalidPointer;
+    *pstatstg = STATSTG{};
+    pstatstg->type = 2;  // STGTY_STREAM
+    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    pstatstg->cbSize.QuadPart = m_spBytes->vecData.size();
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE Clone(IStream** ppstm) override {
+    if (!ppstm) return kStgInvalidPointer;
+    *ppstm = nullptr;
+    ComPtr<IStream> cpClone;
+    HRESULT hr = CreateObject<CFFMemoryStream>(nullptr, IidOf<IStream>(), reinterpret_cast<void**>(cpClone.AddressOf()));
+    if (FAILED(hr)) return hr;
+    ULONGLONG llPos = 0;
+    {
+      std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+      llPos = m_llPos;
+    }
+    static_cast<CFFMemoryStream*>(cpClone.Get())->Init(m_spBytes, llPos);
+    *ppstm = cpClone.Detach();
+    return S_OK;
+  }
+
+ private:
+  std::shared_ptr<StreamBytes> m_spBytes;
+  ULONGLONG m_llPos = 0;  // GUARDED_BY(m_spBytes->csLock)
+};
+
+}  // namespace
+
+HRESULT CreateMemoryStream(const void* p, size_t cb, IStream** ppStream) {
+  if (!ppStream) return E_POINTER;
+  *ppStream = nullptr;
+  if (!p && cb > 0) return E_POINTER;
+  auto spBytes = std::make_shared<StreamBytes>();
+  try {
+    if (cb) spBytes->vecData.assign(static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + cb);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+  ComPtr<IStream> cpStream;
+  const HRESULT hr =
+      CreateObject<CFFMemoryStream>(nullptr, IidOf<IStream>(), reinterpret_cast<void**>(cpStream.AddressOf()));
+  if (FAILED(hr)) return hr;
+  static_cast<CFFMemoryStream*>(cpStream.Get())->Init(std::move(spBytes), 0);
+  *ppStream = cpStream.Detach();
+  return S_OK;
+}
+
+}  // namespace vc::ff
