@@ -259,6 +259,15 @@ HRESULT CCoFFDecoder::_OutputForm(const K_AV_PROPS* pWanted, CFFOutputForm* pFor
   return S_OK;
 }
 
+HRESULT CCoFFDecoder::_Feed(IVCPacket* pPacket) {
+  const int nErr = m_session.Feed(pPacket);
+  if (nErr >= 0) return S_OK;
+  const HRESULT hr = AvErrorToHr(nErr);
+  VC_LOG(eVCLL_Retry, "%s decoder '%s': packet refused: %s (AVERROR %d, hr=%08X)\n", _DeviceLabel(),
+         m_pCodec ? m_pCodec->name : "", AvErrorText(nErr).c_str(), nErr, hr);
+  return hr;
+}
+
 HRESULT CCoFFDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentStart*/, K_AV_PROPS* _pAVPropsOut,
                                    IVCFrame** _ppFrame, BSTR /*_bsHints*/) {
   if (!_ppFrame) return E_POINTER;
@@ -273,17 +282,12 @@ HRESULT CCoFFDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentS
       hr = _EnsureOpen(_pVCPacket);
       if (FAILED(hr)) return hr;
     }
-    int nErr = m_session.Feed(_pVCPacket);
-    if (nErr < 0) {
-      hr = AvErrorToHr(nErr);
-      VC_LOG(eVCLL_Retry, "%s decoder '%s': packet refused: %s (AVERROR %d, hr=%08X)\n", _DeviceLabel(),
-             m_pCodec ? m_pCodec->name : "", AvErrorText(nErr).c_str(), nErr, hr);
-      return hr;
-    }
+    hr = _Feed(_pVCPacket);
+    if (FAILED(hr)) return hr;
     DecodedFramePtr spFrame(av_frame_alloc());
     if (!spFrame) return E_OUTOFMEMORY;
     K_TIME time{};
-    nErr = m_session.TakeFrame(form, spFrame.get(), &time);
+    const int nErr = m_session.TakeFrame(form, spFrame.get(), &time);
     if (nErr == AVERROR(EAGAIN)) return S_FALSE;
     if (nErr == AVERROR_EOF) return VC_E_END_OF_MEDIA;
     if (nErr < 0) {
@@ -325,54 +329,54 @@ HRESULT CCoFFDecoder::DecodeAudio(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentSt
       VC_LOG(eVCLL_Error, "%s decoder: DecodeAudio on a stream that is not audio\n", _DeviceLabel());
       return E_INVALIDARG;
     }
-    int nErr = m_session.Feed(_pVCPacket);
-    if (nErr < 0) {
-      const HRESULT hr = AvErrorToHr(nErr);
-      VC_LOG(eVCLL_Retry, "%s decoder '%s': packet refused: %s (AVERROR %d, hr=%08X)\n", _DeviceLabel(),
-             m_pCodec ? m_pCodec->name : "", AvErrorText(nErr).c_str(), nErr, hr);
-      return hr;
-    }
+    const HRESULT hrFeed = _Feed(_pVCPacket);
+    if (FAILED(hrFeed)) return hrFeed;
     // The line's own sample width when it has one, else 16-bit.
     CFFOutputForm form;
     K_AUD_PROPS lineProps{};
     LONG lLineSamples = 0;
     if (_pAudioBuffer->BufferPropsGet(bsLine, &lineProps, &lLineSamples) == S_OK && lineProps.nBitsPerSample == 32)
       form.audio.eSampleFmt = AV_SAMPLE_FMT_S32;
-
-    LONG lTotal = 0;
-    for (;;) {
-      DecodedFramePtr spFrame(av_frame_alloc());
-      if (!spFrame) return E_OUTOFMEMORY;
-      K_TIME time{};
-      nErr = m_session.TakeFrame(form, spFrame.get(), &time);
-      if (nErr == AVERROR(EAGAIN)) break;
-      if (nErr == AVERROR_EOF) {
-        if (lTotal == 0) return VC_E_END_OF_MEDIA;
-        break;
-      }
-      if (nErr < 0) {
-        const HRESULT hr = AvErrorToHr(nErr);
-        VC_LOG(eVCLL_Retry, "%s decoder: decoded samples lost: %s (hr=%08X)\n", _DeviceLabel(),
-               AvErrorText(nErr).c_str(), hr);
-        return hr;
-      }
-      K_AUD_PROPS props{};
-      props.nChannels = spFrame->ch_layout.nb_channels;
-      props.nSamplesPerSec = spFrame->sample_rate;
-      props.nBitsPerSample = av_get_bytes_per_sample(static_cast<AVSampleFormat>(spFrame->format)) * 8;
-      const HRESULT hr = _pAudioBuffer->BufferPutPtrEx(bsLine, time.rtStartTime, &props, spFrame->nb_samples,
-                                                       reinterpret_cast<LONGLONG>(spFrame->data[0]), 0, nullptr);
-      if (FAILED(hr)) {
-        VC_LOG(eVCLL_Error, "%s decoder: BufferPutPtrEx(%ws) FAILED hr=%08X\n", _DeviceLabel(), bsLine.Get(), hr);
-        return hr;
-      }
-      lTotal += spFrame->nb_samples;
-      if (_plSamplesDecode) *_plSamplesDecode = lTotal;
-    }
-    return lTotal > 0 ? S_OK : S_FALSE;
+    return _FillBuffer(_pAudioBuffer, bsLine, form, _plSamplesDecode);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
+}
+
+HRESULT CCoFFDecoder::_FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CFFOutputForm& form,
+                                  LONG* plSamples) {
+  LONG lTotal = 0;
+  for (;;) {
+    DecodedFramePtr spFrame(av_frame_alloc());
+    if (!spFrame) return E_OUTOFMEMORY;
+    K_TIME time{};
+    const int nErr = m_session.TakeFrame(form, spFrame.get(), &time);
+    if (nErr == AVERROR(EAGAIN)) break;
+    if (nErr == AVERROR_EOF) {
+      if (lTotal == 0) return VC_E_END_OF_MEDIA;
+      break;
+    }
+    if (nErr < 0) {
+      const HRESULT hr = AvErrorToHr(nErr);
+      VC_LOG(eVCLL_Retry, "%s decoder: decoded samples lost: %s (hr=%08X)\n", _DeviceLabel(),
+             AvErrorText(nErr).c_str(), hr);
+      return hr;
+    }
+    K_AUD_PROPS props{};
+    props.nChannels = spFrame->ch_layout.nb_channels;
+    props.nSamplesPerSec = spFrame->sample_rate;
+    props.nBitsPerSample = av_get_bytes_per_sample(static_cast<AVSampleFormat>(spFrame->format)) * 8;
+    // Interleaved samples in one plane: no plane size to give.
+    const HRESULT hr = pBuffer->BufferPutPtrEx(bsLine, time.rtStartTime, &props, spFrame->nb_samples,
+                                               reinterpret_cast<LONGLONG>(spFrame->data[0]), 0, nullptr);
+    if (FAILED(hr)) {
+      VC_LOG(eVCLL_Error, "%s decoder: BufferPutPtrEx(%ws) FAILED hr=%08X\n", _DeviceLabel(), bsLine, hr);
+      return hr;
+    }
+    lTotal += spFrame->nb_samples;
+    if (plSamples) *plSamples = lTotal;
+  }
+  return lTotal > 0 ? S_OK : S_FALSE;
 }
 
 HRESULT CCoFFDecoder::DecodeClose() {

@@ -15,9 +15,9 @@
 // "hw_device" (which device: a CUDA index, a render node; default the
 // first).
 //
-// Any thread may call; the decoding calls are serialised by a decode lock,
-// which is taken before the property lock and never while the caller's
-// objects (frames, audio buffers) could call back into this one.
+// Any thread may call. The decoding calls are serialised by a decode lock,
+// held while the caller's audio buffer is filled; the property lock is taken
+// inside it, briefly, never the other way round.
 #pragma once
 
 extern "C" {
@@ -72,9 +72,16 @@ class CCoFFDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   // Opens from the packet's own description (else the last one) when no
   // decoder is open. Under m_mtxDecode.
   HRESULT _EnsureOpen(IVCPacket* pPacket);
+  // Hands a packet (null: the drain) to the session; a refusal is logged.
+  // Under m_mtxDecode.
+  HRESULT _Feed(IVCPacket* pPacket);
   // The output form a caller's wanted properties name; E_INVALIDARG for a
   // pixel format this module does not know.
   HRESULT _OutputForm(const K_AV_PROPS* pWanted, CFFOutputForm* pForm) const;
+  // Appends the decoded sample blocks that are ready to the buffer's line;
+  // S_FALSE when none was ready, end of media after the drain. Under
+  // m_mtxDecode.
+  HRESULT _FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CFFOutputForm& form, LONG* plSamples);
   // Publishes the chosen decoder's information; after the first frame again
   // with what decoding has taught FFmpeg (profile, level, size).
   void _PublishInfo(const AVCodec* pCodec);

@@ -210,13 +210,6 @@ TEST_F(FFDecoderAudioTest, VideoStream_RefusedByDecodeAudio) {
   EXPECT_TRUE(m_pBuffer->m_vecPuts.empty());
 }
 
-TEST_F(FFDecoderAudioTest, NoBuffer_InvalidArgument) {
-  OpenSource("h264_aac.mp4");
-  LONG lSamples = -1;
-  EXPECT_EQ(m_cpDecoder->DecodeAudio(m_vecPackets.front().Get(), -1, nullptr, &lSamples, nullptr), E_INVALIDARG);
-  EXPECT_EQ(lSamples, 0);
-}
-
 // DecodePacket hands audio out as frames, in the sample width and rate asked for.
 TEST_F(FFDecoderAudioTest, WantedWidthAndRate_FramesResampledAndHeldSamplesDrained) {
   OpenSource("mpeg2_mp2_2prog.ts");

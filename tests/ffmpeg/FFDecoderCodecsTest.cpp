@@ -90,23 +90,6 @@ TEST(FFDecoderCodecsTest, StreamDescription_FillsTheCodecContext) {
   for (int i = 0; i < AV_INPUT_BUFFER_PADDING_SIZE; ++i) ASSERT_EQ(spContext->extradata[5 + i], 0);
 }
 
-TEST(FFDecoderCodecsTest, AudioDescription_GivesChannelLayoutAndRate) {
-  K_STREAM_INFO info{};
-  info.eMediaType = eVCMT_Audio;
-  info.nSampleRate = 44100;
-  info.nChannels = 6;
-  info.nBlockAlign = 12;
-  info.nBitsPerCodedSample = 16;
-  std::unique_ptr<AVCodecContext, CContextFree> spContext(avcodec_alloc_context3(nullptr));
-  ASSERT_EQ(vc::ff::FillCodecContext(info, spContext.get()), 0);
-  EXPECT_EQ(spContext->codec_type, AVMEDIA_TYPE_AUDIO);
-  EXPECT_EQ(spContext->sample_rate, 44100);
-  EXPECT_EQ(spContext->ch_layout.nb_channels, 6);
-  EXPECT_EQ(spContext->block_align, 12);
-  EXPECT_EQ(spContext->bits_per_coded_sample, 16);
-  EXPECT_EQ(spContext->extradata, nullptr);
-}
-
 TEST(FFDecoderCodecsTest, H264ProfileAndLevel_FromAvcCAndAnnexB) {
   int nProfile = 0, nLevel = 0;
   // avcC of a High profile level 4.0 stream: SPS 67 64 00 28 ...
