@@ -210,6 +210,33 @@ TEST_F(FFDecoderAudioTest, VideoStream_RefusedByDecodeAudio) {
   EXPECT_TRUE(m_pBuffer->m_vecPuts.empty());
 }
 
+TEST_F(FFDecoderAudioTest, ModuleAudioBuffer_HoldsEveryDecodedSample) {
+  OpenSource("vp9_vorbis.webm");
+  ComPtr<IVCAudioBuffer> cpBuffer;
+  ASSERT_EQ(vc::ff::CreateFFAudioBuffer(nullptr, vc::IidOf<IVCAudioBuffer>(),
+                                        reinterpret_cast<void**>(cpBuffer.AddressOf())),
+            S_OK);
+  vc::CBstr bsHints{std::string_view("line=main")};
+  int64_t llReported = 0;
+  for (const auto& cpPacket : m_vecPackets) {
+    LONG lSamples = 0;
+    ASSERT_TRUE(SUCCEEDED(m_cpDecoder->DecodeAudio(cpPacket.Get(), -1, cpBuffer.Get(), &lSamples, bsHints)));
+    llReported += lSamples;
+  }
+  LONG lSamples = 0;
+  while (m_cpDecoder->DecodeAudio(nullptr, -1, cpBuffer.Get(), &lSamples, bsHints) == S_OK) llReported += lSamples;
+
+  vc::CBstr bsLine{std::string_view("main")};
+  K_AUD_PROPS props{};
+  LONG lHeld = 0;
+  ASSERT_EQ(cpBuffer->BufferPropsGet(bsLine, &props, &lHeld), S_OK);
+  EXPECT_EQ(lHeld, llReported);
+  EXPECT_EQ(lHeld, vc::fftest::DecodeWithPlainLoop(vc::fftest::MediaPath("vp9_vorbis.webm"), AVMEDIA_TYPE_AUDIO).llSamples);
+  EXPECT_EQ(props.nChannels, 2);
+  EXPECT_EQ(props.nSamplesPerSec, 48000);
+  EXPECT_EQ(props.nBitsPerSample, 16);
+}
+
 // DecodePacket hands audio out as frames, in the sample width and rate asked for.
 TEST_F(FFDecoderAudioTest, WantedWidthAndRate_FramesResampledAndHeldSamplesDrained) {
   OpenSource("mpeg2_mp2_2prog.ts");
