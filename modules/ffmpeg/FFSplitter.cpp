@@ -201,9 +201,7 @@ HRESULT CFFSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStre
   return S_OK;
 }
 
-HRESULT CFFSplitter::_OpenLocked(const String& strPath, const COpenSettings& settings,
-                                 LONG* pnStreams) {
-  const std::string strUtf8 = ToUtf8(strPath);
+HRESULT CFFSplitter::_OpenFormat(const String& strPath, const COpenSettings& settings, AVFormatPtr* pspFormat) {
   const AVInputFormat* pInput = nullptr;
   if (!settings.strInputFormat.empty()) {
     pInput = av_find_input_format(settings.strInputFormat.c_str());
@@ -221,7 +219,7 @@ HRESULT CFFSplitter::_OpenLocked(const String& strPath, const COpenSettings& set
 
   // The open wait covers the connection, the header and the stream probing.
   _ArmDeadline(settings.llOpenWaitMs);
-  int nRet = avformat_open_input(&pFormat, strUtf8.c_str(), pInput, nullptr);  // frees pFormat on failure
+  int nRet = avformat_open_input(&pFormat, ToUtf8(strPath).c_str(), pInput, nullptr);  // frees pFormat on failure
   AVFormatPtr spFormat(nRet >= 0 ? pFormat : nullptr);
   const char* szStep = "avformat_open_input";
   if (nRet >= 0) {
@@ -240,21 +238,31 @@ HRESULT CFFSplitter::_OpenLocked(const String& strPath, const COpenSettings& set
     VC_LOG(eVCLL_Error, "SplitterOpen(%ws) FAILED hr=%08X: the source has no streams\n", strPath.c_str(), hr);
     return hr;
   }
+  *pspFormat = std::move(spFormat);
+  return S_OK;
+}
+
+HRESULT CFFSplitter::_OpenLocked(const String& strPath, const COpenSettings& settings, LONG* pnStreams) {
+  AVFormatPtr spFormat;
+  HRESULT hr = _OpenFormat(strPath, settings, &spFormat);
+  if (FAILED(hr)) return hr;
   std::vector<bool> vecSelected;
   std::string strError;
-  if (!SelectStreams(pFormat, settings.tracks, &vecSelected, &strError)) {
+  if (!SelectStreams(spFormat.get(), settings.tracks, &vecSelected, &strError)) {
     VC_LOG(eVCLL_Error, "SplitterOpen(%ws) FAILED hr=%08X: %hs\n", strPath.c_str(), E_INVALIDARG, strError.c_str());
     return E_INVALIDARG;
   }
   m_spReadPacket.reset(av_packet_alloc());
   if (!m_spReadPacket) return E_OUTOFMEMORY;
-  std::shared_ptr<const CFFSourceDesc> spDesc = DescribeSource(pFormat, strPath);
+  const std::shared_ptr<const CFFSourceDesc> spDesc = DescribeSource(spFormat.get(), strPath);
 
-  m_vecStreams.assign(pFormat->nb_streams, CStreamState{});
+  const size_t nStreams = vecSelected.size();
+  m_vecStreams.assign(nStreams, CStreamState{});
   LONG nSelected = 0;
-  for (unsigned n = 0; n < pFormat->nb_streams; ++n) {
+  for (size_t n = 0; n < nStreams; ++n) {
+    const CFFStreamDesc& stream = spDesc->vecStreams[n];
     m_vecStreams[n].bSelected = vecSelected[n];
-    m_vecStreams[n].bVideo = spDesc->vecStreams[n].info.eMediaType == eVCMT_Video && !spDesc->vecStreams[n].bAttachedPicture;
+    m_vecStreams[n].bVideo = stream.info.eMediaType == eVCMT_Video && !stream.bAttachedPicture;
     nSelected += vecSelected[n] ? 1 : 0;
   }
   m_spFormat = std::move(spFormat);
@@ -271,7 +279,7 @@ HRESULT CFFSplitter::_OpenLocked(const String& strPath, const COpenSettings& set
     CKAutoLock lock(m_csLock);
     m_spDesc = spDesc;
   }
-  *pnStreams = static_cast<LONG>(pFormat->nb_streams);
+  *pnStreams = static_cast<LONG>(nStreams);
   if (nSelected == 0) VC_LOG(eVCLL_Retry, "SplitterOpen(%ws): the track settings select no stream\n", strPath.c_str());
   VC_LOG(eVCLL_Progress, "SplitterOpen(%ws) OK: %ws, %d streams (%d delivered), duration %ws\n", strPath.c_str(),
          spDesc->strFormatName.c_str(), *pnStreams, nSelected, TimeTextW(spDesc->rtDuration).c_str());
@@ -458,51 +466,55 @@ HRESULT CFFSplitter::_ReadNext(int64_t llWaitMs, CReadPacket* pOut) {
       continue;
     }
     CStreamState& state = m_vecStreams[static_cast<size_t>(nStream)];
-    const bool bKey = (pPacket->flags & AV_PKT_FLAG_KEY) != 0;
     if (state.bWaitKey) {
-      if (!bKey) {
+      if (!(pPacket->flags & AV_PKT_FLAG_KEY)) {
         av_packet_unref(pPacket);
         continue;
       }
       state.bWaitKey = false;
     }
     m_bAtEnd = false;
-    state.nSinceKey = bKey ? 0 : (state.nSinceKey < 0 ? -1 : state.nSinceKey + 1);
-
-    K_PACKET_INFO& info = pOut->info;
-    info = K_PACKET_INFO{};
-    info.eFlags = FlagsOf(pPacket->flags);
-    info.llDts = pPacket->dts;
-    info.llPts = pPacket->pts;
-    info.llDuration = pPacket->duration;
-    info.rtSegmentStart = m_rtSegmentStart;
-    info.nIndexInSegment = state.nIndexInSegment++;
-    info.nOrderInSegment = m_nOrderInSegment++;
-    info.nKeyDistance = state.nSinceKey;
-    info.nStreamIndex = nStream;
-    info.llFilePos = pPacket->pos;
-    if (pPacket->side_data_elems > 0) {
-      // The first entry travels with the packet (the packet copies it);
-      // nSideDatatype is FFmpeg's AVPacketSideDataType.
-      const AVPacketSideData& side = pPacket->side_data[0];
-      info.lpSideData = static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(side.data));
-      info.cbSideData = static_cast<LONG>(side.size);
-      info.nSideDatatype = side.type;
-      info.nSideDataElems = pPacket->side_data_elems;
-    }
-
-    const AVRational tb = pFormat->streams[nStream]->time_base;
-    const int64_t llStart = pPacket->pts != AV_NOPTS_VALUE ? pPacket->pts : pPacket->dts;
-    K_TIME& time = pOut->time;
-    time = K_TIME{};
-    time.rtStartTime = ToRefTime(llStart, tb);
-    time.rtEndTime = time.rtStartTime;
-    if (time.rtStartTime != VC_TIME_UNSET && pPacket->duration > 0)
-      time.rtEndTime = time.rtStartTime + ToRefTime(pPacket->duration, tb);
-    if (time.rtEndTime != VC_TIME_UNSET && (m_rtLastEnd == VC_TIME_UNSET || time.rtEndTime > m_rtLastEnd))
-      m_rtLastEnd = time.rtEndTime;
+    _Describe(*pPacket, state, pOut);
     return S_OK;
   }
+}
+
+void CFFSplitter::_Describe(const AVPacket& packet, CStreamState& state, CReadPacket* pOut) {
+  const bool bKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+  state.nSinceKey = bKey ? 0 : (state.nSinceKey < 0 ? -1 : state.nSinceKey + 1);
+
+  K_PACKET_INFO& info = pOut->info;
+  info = K_PACKET_INFO{};
+  info.eFlags = FlagsOf(packet.flags);
+  info.llDts = packet.dts;
+  info.llPts = packet.pts;
+  info.llDuration = packet.duration;
+  info.rtSegmentStart = m_rtSegmentStart;
+  info.nIndexInSegment = state.nIndexInSegment++;
+  info.nOrderInSegment = m_nOrderInSegment++;
+  info.nKeyDistance = state.nSinceKey;
+  info.nStreamIndex = packet.stream_index;
+  info.llFilePos = packet.pos;
+  if (packet.side_data_elems > 0) {
+    // The first entry travels with the packet (the packet copies it);
+    // nSideDatatype is FFmpeg's AVPacketSideDataType.
+    const AVPacketSideData& side = packet.side_data[0];
+    info.lpSideData = static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(side.data));
+    info.cbSideData = static_cast<LONG>(side.size);
+    info.nSideDatatype = side.type;
+    info.nSideDataElems = packet.side_data_elems;
+  }
+
+  const AVRational tb = m_spFormat->streams[packet.stream_index]->time_base;
+  const int64_t llStart = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+  K_TIME& time = pOut->time;
+  time = K_TIME{};
+  time.rtStartTime = ToRefTime(llStart, tb);
+  time.rtEndTime = time.rtStartTime;
+  if (time.rtStartTime != VC_TIME_UNSET && packet.duration > 0)
+    time.rtEndTime = time.rtStartTime + ToRefTime(packet.duration, tb);
+  if (time.rtEndTime != VC_TIME_UNSET && (m_rtLastEnd == VC_TIME_UNSET || time.rtEndTime > m_rtLastEnd))
+    m_rtLastEnd = time.rtEndTime;
 }
 
 HRESULT CFFSplitter::_ReadFailed(int nAvError) {

@@ -158,7 +158,9 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
 
   HRESULT _ApplyPropsText(BSTR bsProps);
   HRESULT _ReadSettings(bool bNetwork, COpenSettings* pSettings);
-  HRESULT _OpenLocked(const String& strPath, const COpenSettings& settings, LONG* pnStreams);  // m_mtxIo held
+  // m_mtxIo held for these two: the FFmpeg side of an open, then the whole open.
+  HRESULT _OpenFormat(const String& strPath, const COpenSettings& settings, AVFormatPtr* pspFormat);
+  HRESULT _OpenLocked(const String& strPath, const COpenSettings& settings, LONG* pnStreams);
   void _CloseLocked();                                                                      // m_mtxIo held
   void _PublishSideData(const CFFSourceDesc& desc);
 
@@ -171,6 +173,8 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   HRESULT _FailureHr(int nAvError) const;
   // Reads the next packet of a selected stream and describes it.
   HRESULT _ReadNext(int64_t llWaitMs, CReadPacket* pOut);
+  // Fills pOut's records for the packet just read and counts it.
+  void _Describe(const AVPacket& packet, CStreamState& state, CReadPacket* pOut);
   HRESULT _ReadFailed(int nAvError);
   HRESULT _Deliver(CReadPacket& packet, IVCPacket** ppPacket);
   HRESULT _Seek(LONGLONG rtStart);
