@@ -342,11 +342,6 @@ HRESULT CFFFrame::VCAVPropsSet(K_AV_PROPS* _pProps, BSTR _bsChannelsRemap) {
   const K_AV_PROPS props = *_pProps;
   const K_VID_PROPS& vid = props.vidProps;
   const K_AUD_PROPS& aud = props.audProps;
-  std::vector<ChannelRoute> routes;
-  if (!ParseChannelList(View(_bsChannelsRemap), &routes)) {
-    VC_LOG(eVCLL_Error, "bad channel list '%ws' FAILED hr=%08X\n", _bsChannelsRemap, E_INVALIDARG);
-    return E_INVALIDARG;
-  }
   if (vid.nWidth < 0 || vid.nHeight < 0 || vid.nRowBytes < 0 || (vid.eGPUFlags & eGTF_GPU_FormatMask) != 0) {
     VC_LOG(eVCLL_Error, "bad video properties %dx%d row %d gpu %d FAILED hr=%08X\n", vid.nWidth, vid.nHeight,
            vid.nRowBytes, vid.eGPUFlags, E_INVALIDARG);
@@ -394,6 +389,11 @@ HRESULT CFFFrame::VCAVPropsSet(K_AV_PROPS* _pProps, BSTR _bsChannelsRemap) {
   const AVFrame* pOldAudio = m_content.pAudio.get();
   if (!bNoAudio && pOldAudio) {
     const int nOldBits = BitsFromSampleFormat(static_cast<AVSampleFormat>(pOldAudio->format));
+    std::vector<ChannelRoute> routes;
+    if (!ParseChannelList(View(_bsChannelsRemap), m_content.props.audProps, &routes)) {
+      VC_LOG(eVCLL_Error, "bad channel list '%ws' FAILED hr=%08X\n", _bsChannelsRemap, E_INVALIDARG);
+      return E_INVALIDARG;
+    }
     if (!routes.empty() || nOldBits != aud.nBitsPerSample || pOldAudio->ch_layout.nb_channels != aud.nChannels) {
       if (routes.empty()) routes = IdentityRoutes(std::min(pOldAudio->ch_layout.nb_channels, aud.nChannels));
       const HRESULT hr = RemapPcm(pOldAudio, aud.nBitsPerSample, aud.nChannels, routes, &spNewAudio);

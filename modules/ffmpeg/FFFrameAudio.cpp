@@ -3,14 +3,15 @@
 // interleaved PCM (8 unsigned, 16 or 32 signed); sample arithmetic runs on
 // full-scale 32-bit values and saturates when written back.
 //
-// Gain ramps run in decibels, linearly from the start value at the first
-// sample towards the end value (sample i of n gets start + (end - start) *
-// i / n). A symmetric mix ramps the frame's own samples the other way (end
-// to start) while the mixed-in samples ramp start to end: a cross-fade.
+// Gain ramps go linearly in amplitude from the start gain at the first
+// sample to the end gain at the last, as the audio buffer's do. A symmetric
+// mix ramps the frame's own samples the other way (end to start) while the
+// mixed-in samples ramp start to end: a cross-fade.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
+#include "FFAudioBufferFormat.h"
 #include "FFFormats.h"
 #include "FFFrameChannels.h"
 #include "FFFrameImpl.h"
@@ -35,8 +36,6 @@ bool ValidAudioProps(const K_AUD_PROPS* p) {
   return p && p->nChannels > 0 && p->nChannels <= kMaxAudioChannels && p->nSamplesPerSec > 0 &&
          SampleFormatFromBits(p->nBitsPerSample) != AV_SAMPLE_FMT_NONE;
 }
-
-double DbToGain(double dblDb) { return std::pow(10.0, dblDb / 20.0); }
 
 // The audio of any frame as an interleaved AVFrame: a shared reference for
 // this module's frames, a copy through the interface for others.
@@ -229,31 +228,27 @@ HRESULT CFFFrame::VCAudioChannelsUpdate() {
 // Gain and mixing
 
 HRESULT CFFFrame::VCAudioGain(BSTR _bsChannelsList, double _dblGainStartDb, double _dblGainEndDb) {
-  std::vector<ChannelRoute> routes;
-  if (!ParseChannelList(View(_bsChannelsList), &routes) || std::isnan(_dblGainStartDb) || std::isnan(_dblGainEndDb)) {
+  if (!abuf::IsGainDb(_dblGainStartDb) || !abuf::IsGainDb(_dblGainEndDb)) {
     VC_LOG(eVCLL_Error, "gain '%ws' %f..%f dB FAILED hr=%08X\n", _bsChannelsList, _dblGainStartDb, _dblGainEndDb,
            E_INVALIDARG);
     return E_INVALIDARG;
   }
   Lock lock(m_csLock);
   if (!m_content.pAudio || m_content.pAudio->nb_samples == 0) return S_FALSE;
+  std::vector<ChannelRoute> routes;
+  if (!ParseChannelList(View(_bsChannelsList), m_content.props.audProps, &routes)) return E_INVALIDARG;
   const int nChannels = m_content.pAudio->ch_layout.nb_channels;
   std::vector<bool> vecOn(static_cast<size_t>(nChannels), routes.empty());
-  for (const ChannelRoute& route : routes) {
-    if (route.nSrc >= nChannels) {
-      VC_LOG(eVCLL_Error, "gain on channel %d of %d FAILED hr=%08X\n", route.nSrc, nChannels, E_INVALIDARG);
-      return E_INVALIDARG;
-    }
-    vecOn[static_cast<size_t>(route.nSrc)] = true;
-  }
+  for (const ChannelRoute& route : routes) vecOn[static_cast<size_t>(route.nSrc)] = true;
   if (!_AudioWritableLocked()) return E_OUTOFMEMORY;
   AVFrame* pAudio = m_content.pAudio.get();
   const int nBits = BitsOf(pAudio);
   const int nBytes = PcmBytes(nBits);
   const int nSamples = pAudio->nb_samples;
   uint8_t* p = pAudio->data[0];
+  const abuf::CGainRamp ramp(_dblGainStartDb, _dblGainEndDb, static_cast<size_t>(nSamples));
   for (int s = 0; s < nSamples; ++s) {
-    const double dblGain = DbToGain(_dblGainStartDb + (_dblGainEndDb - _dblGainStartDb) * s / nSamples);
+    const double dblGain = ramp.At(static_cast<size_t>(s));
     for (int c = 0; c < nChannels; ++c, p += nBytes) {
       if (vecOn[static_cast<size_t>(c)]) PcmWrite(p, nBits, std::llround(PcmRead(p, nBits) * dblGain));
     }
@@ -271,7 +266,7 @@ HRESULT CFFFrame::VCAudioMixDirect(LONG* _plAudioOffsetSrc, IVCFrame* _pFrameMix
   }
   const LONG lOffsetDst = _plAudioOffsetSrc ? *_plAudioOffsetSrc : 0;
   const LONG lOffsetMix = _plAudioOffsetMix ? *_plAudioOffsetMix : 0;
-  if (lOffsetDst < 0 || lOffsetMix < 0 || std::isnan(_dblGainStartDb) || std::isnan(_dblGainEndDb)) {
+  if (lOffsetDst < 0 || lOffsetMix < 0 || !abuf::IsGainDb(_dblGainStartDb) || !abuf::IsGainDb(_dblGainEndDb)) {
     VC_LOG(eVCLL_Error, "offsets %d/%d gain %f..%f dB FAILED hr=%08X\n", lOffsetDst, lOffsetMix, _dblGainStartDb,
            _dblGainEndDb, E_INVALIDARG);
     return E_INVALIDARG;
@@ -303,10 +298,11 @@ HRESULT CFFFrame::VCAudioMixDirect(LONG* _plAudioOffsetSrc, IVCFrame* _pFrameMix
   const int nBoth = std::min(nDstChannels, nMixChannels);
   uint8_t* pTo = pDst->data[0] + static_cast<ptrdiff_t>(lOffsetDst) * nDstChannels * PcmBytes(nDstBits);
   const uint8_t* pIn = pMix->data[0] + static_cast<ptrdiff_t>(lOffsetMix) * nMixChannels * PcmBytes(nMixBits);
-  const double dblStep = (_dblGainEndDb - _dblGainStartDb) / lCount;
+  const abuf::CGainRamp mixRamp(_dblGainStartDb, _dblGainEndDb, static_cast<size_t>(lCount));
+  const abuf::CGainRamp ownRamp(_dblGainEndDb, _dblGainStartDb, static_cast<size_t>(lCount));
   for (LONG s = 0; s < lCount; ++s) {
-    const double dblMixGain = DbToGain(_dblGainStartDb + dblStep * s);
-    const double dblOwnGain = _bSymmetricGain ? DbToGain(_dblGainEndDb - dblStep * s) : 1.0;
+    const double dblMixGain = mixRamp.At(static_cast<size_t>(s));
+    const double dblOwnGain = _bSymmetricGain ? ownRamp.At(static_cast<size_t>(s)) : 1.0;
     for (int c = 0; c < nDstChannels; ++c) {
       uint8_t* pSample = pTo + c * PcmBytes(nDstBits);
       double dblValue = PcmRead(pSample, nDstBits) * dblOwnGain;
@@ -361,23 +357,19 @@ HRESULT CFFFrame::VCAudioCopyTo(BSTR _bsChannelsList, IVCFrame* _pFrameTo) {
     VC_LOG(eVCLL_Error, "no frame to copy to FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
   }
-  std::vector<ChannelRoute> routes;
-  if (!ParseChannelList(View(_bsChannelsList), &routes)) {
-    VC_LOG(eVCLL_Error, "bad channel list '%ws' FAILED hr=%08X\n", _bsChannelsList, E_INVALIDARG);
-    return E_INVALIDARG;
+  AvFramePtr spOwn;
+  K_AUD_PROPS ownProps{};
+  {
+    Lock lock(m_csLock);
+    if (m_content.pAudio) spOwn.reset(av_frame_clone(m_content.pAudio.get()));
+    ownProps = m_content.props.audProps;
   }
-  AvFramePtr spOwn = AudioSnapshot();
   if (!spOwn) return kHrEmpty;
-  const int nOwnChannels = spOwn->ch_layout.nb_channels;
-  if (routes.empty()) routes = IdentityRoutes(nOwnChannels);
+  std::vector<ChannelRoute> routes;
+  if (!ParseChannelList(View(_bsChannelsList), ownProps, &routes)) return E_INVALIDARG;
+  if (routes.empty()) routes = IdentityRoutes(spOwn->ch_layout.nb_channels);
   int nTargetChannels = 0;
-  for (const ChannelRoute& route : routes) {
-    if (route.nSrc >= nOwnChannels) {
-      VC_LOG(eVCLL_Error, "channel %d of %d FAILED hr=%08X\n", route.nSrc, nOwnChannels, E_INVALIDARG);
-      return E_INVALIDARG;
-    }
-    nTargetChannels = std::max(nTargetChannels, route.nDst + 1);
-  }
+  for (const ChannelRoute& route : routes) nTargetChannels = std::max(nTargetChannels, route.nDst + 1);
   // The target keeps its other channels when its audio lines up with ours.
   AvFramePtr spTarget;
   HRESULT hr = AudioOf(_pFrameTo, &spTarget);

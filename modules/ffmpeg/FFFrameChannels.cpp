@@ -3,66 +3,27 @@
 #include <algorithm>
 #include <cstring>
 
+#include "FFAudioBufferFormat.h"
 #include "FFFormats.h"
 #include "FFFrameScale.h"
+#include "VCLog.h"
 
 namespace vc::ff {
 
-namespace {
-
-bool IsSeparator(OLECHAR c) { return c == u',' || c == u';' || c == u' ' || c == u'\t'; }
-
-// Reads a channel number at text[i]; advances i. False when no digit is there
-// or the number is out of range.
-bool ReadChannel(StringView text, size_t* pi, int* pn) {
-  size_t i = *pi;
-  int n = 0;
-  const size_t nStart = i;
-  while (i < text.size() && text[i] >= u'0' && text[i] <= u'9') {
-    n = n * 10 + (text[i] - u'0');
-    if (n >= kMaxAudioChannels) return false;
-    ++i;
+bool ParseChannelList(StringView text, const K_AUD_PROPS& source, std::vector<ChannelRoute>* pRoutes) {
+  if (text.empty()) {
+    pRoutes->clear();
+    return true;
   }
-  if (i == nStart) return false;
-  *pi = i;
-  *pn = n;
-  return true;
-}
-
-}  // namespace
-
-bool ParseChannelList(StringView text, std::vector<ChannelRoute>* pRoutes) {
+  abuf::CChannelSelection sel;
+  std::string strWhy;
+  if (!abuf::ParseChannelList(text, source, &sel, &strWhy)) {
+    VC_LOG(eVCLL_Error, "channel list: %s FAILED hr=%08X\n", strWhy.c_str(), E_INVALIDARG);
+    return false;
+  }
   std::vector<ChannelRoute> routes;
-  size_t i = 0;
-  while (i < text.size()) {
-    if (IsSeparator(text[i])) {
-      ++i;
-      continue;
-    }
-    int nFirst = 0;
-    if (!ReadChannel(text, &i, &nFirst)) return false;
-    if (i < text.size() && text[i] == u':') {
-      ++i;
-      int nDst = 0;
-      if (!ReadChannel(text, &i, &nDst)) return false;
-      routes.push_back({nFirst, nDst});
-    } else if (i < text.size() && text[i] == u'-') {
-      ++i;
-      int nLast = 0;
-      if (!ReadChannel(text, &i, &nLast)) return false;
-      const int nStep = nLast >= nFirst ? 1 : -1;
-      for (int n = nFirst;; n += nStep) {
-        routes.push_back({n, static_cast<int>(routes.size())});
-        if (n == nLast) break;
-      }
-    } else {
-      routes.push_back({nFirst, static_cast<int>(routes.size())});
-    }
-    if (i < text.size() && !IsSeparator(text[i])) return false;
-    if (routes.size() > static_cast<size_t>(kMaxAudioChannels) * 4) return false;
-  }
-  for (const ChannelRoute& route : routes) {
-    if (route.nDst >= kMaxAudioChannels) return false;
+  for (size_t d = 0; d < sel.vecChannels.size(); ++d) {
+    if (sel.vecChannels[d] >= 0) routes.push_back({sel.vecChannels[d], static_cast<int>(d)});
   }
   *pRoutes = std::move(routes);
   return true;

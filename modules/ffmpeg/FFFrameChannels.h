@@ -2,15 +2,12 @@
 // (and the audio buffer of this module) read and write them. Pure
 // functions; any thread.
 //
-// Channel-list syntax (channel numbers from 0), items separated by commas,
-// semicolons or blanks:
-//   "S"    source channel S goes to the next target channel;
-//   "S:D"  source channel S goes to target channel D;
-//   "A-B"  source channels A to B (either order) go to the next targets.
-// "The next target" is the number of routes before the item, so "2,0"
-// gives 2->0 and 0->1, and "1:0,0:1" swaps a stereo pair. An empty list means
-// every channel to itself (the caller supplies that default). Where only a
-// set of channels matters (gain), the targets are ignored.
+// Channel lists are the module's one syntax (FFAudioBufferFormat.h has the
+// parser and its description: "S", "S:D", "A-B", "track:N", separated by
+// commas, semicolons or blanks); here they become routes from a source
+// channel to a target channel. An empty list means every channel to itself
+// (the caller supplies that default). Where only a set of channels matters
+// (gain), the targets are ignored.
 #pragma once
 
 #include <cstdint>
@@ -29,11 +26,17 @@ struct ChannelRoute {
   int nDst = 0;
 };
 
-// False (and pRoutes untouched) for a malformed list or a channel number
-// outside 0..kMaxAudioChannels-1.
-bool ParseChannelList(StringView text, std::vector<ChannelRoute>* pRoutes);
+// The routes of a list read against the source's properties (its channel
+// count, and its tracks for "track:N"). False, with a log line, for a
+// malformed list or a channel the source does not have; pRoutes is then
+// untouched. An empty list gives no routes.
+bool ParseChannelList(StringView text, const K_AUD_PROPS& source, std::vector<ChannelRoute>* pRoutes);
 // Every channel of n to itself.
 std::vector<ChannelRoute> IdentityRoutes(int nChannels);
+
+// Gain ramps are linear in amplitude from the start gain at the first sample
+// to the end gain at the last, as the audio buffer's (abuf::CGainRamp); NaN
+// and +inf are not gains.
 
 // One sample of nBits (8 unsigned, 16 or 32 signed) as a full-scale signed
 // 32-bit value, and back with saturation and rounding.

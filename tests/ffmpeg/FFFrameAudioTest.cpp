@@ -72,37 +72,50 @@ std::string TempPath(const char* pszName) {
 
 // ---------------------------------------------------------------------------
 
-TEST(FFFrameChannelListTest, ParsesTheDocumentedForms) {
-  std::vector<ChannelRoute> routes;
-  ASSERT_TRUE(ParseChannelList(u"2,0", &routes));
-  ASSERT_EQ(routes.size(), 2u);
-  EXPECT_EQ(routes[0].nSrc, 2);
-  EXPECT_EQ(routes[0].nDst, 0);
-  EXPECT_EQ(routes[1].nSrc, 0);
-  EXPECT_EQ(routes[1].nDst, 1);
-  ASSERT_TRUE(ParseChannelList(u"1:0; 0:1", &routes));
-  ASSERT_EQ(routes.size(), 2u);
-  EXPECT_EQ(routes[0].nDst, 0);
-  EXPECT_EQ(routes[1].nSrc, 0);
-  EXPECT_EQ(routes[1].nDst, 1);
-  ASSERT_TRUE(ParseChannelList(u"5-3 7", &routes));
-  ASSERT_EQ(routes.size(), 4u);
-  EXPECT_EQ(routes[0].nSrc, 5);
-  EXPECT_EQ(routes[2].nSrc, 3);
-  EXPECT_EQ(routes[2].nDst, 2);
-  EXPECT_EQ(routes[3].nSrc, 7);
-  EXPECT_EQ(routes[3].nDst, 3);
-  ASSERT_TRUE(ParseChannelList(u"", &routes));
-  EXPECT_TRUE(routes.empty());
+// Eight channels as four stereo tracks; channel c holds 100 * c.
+ComPtr<IVCFrame> EightChannels() {
+  std::vector<int16_t> vec(16);
+  for (size_t i = 0; i < vec.size(); ++i) vec[i] = static_cast<int16_t>(100 * (i % 8));
+  ComPtr<IVCFrame> cpFrame = NewFrame();
+  K_AUD_PROPS aud = Aud(8, 16);
+  aud.nTrackSplitBits = 0x54;
+  EXPECT_EQ(cpFrame->VCAudioSet(&aud, 32, reinterpret_cast<LONGLONG>(vec.data())), S_OK);
+  return cpFrame;
 }
 
-TEST(FFFrameChannelListTest, RejectsMalformedLists) {
-  std::vector<ChannelRoute> routes{{9, 9}};
-  for (const char16_t* psz : {u"a", u"1:", u"1-", u"-1", u"1:2:3", u"64", u"0:64", u"1x", u"1,,:2"}) {
-    EXPECT_FALSE(ParseChannelList(psz, &routes)) << vc::ToUtf8(psz);
+std::vector<int16_t> FirstSample(IVCFrame* pFrame) {
+  const std::vector<int16_t> vec = Samples16(pFrame);
+  return std::vector<int16_t>(vec.begin(), vec.begin() + static_cast<ptrdiff_t>(PropsOf(pFrame).nChannels));
+}
+
+TEST(FFFrameChannelListTest, ListsRouteChannelsAndTracks) {
+  ComPtr<IVCFrame> cpFrame = EightChannels();
+  struct Case {
+    const char16_t* pszList;
+    std::vector<int16_t> vecExpected;
+  };
+  const Case arrCases[] = {
+      {u"track:2", {400, 500}},
+      {u"2,0", {200, 0}},
+      {u"5-3 7", {500, 400, 300, 700}},
+      {u"1:0; 0:1", {100, 0}},
+      {u"6:2", {0, 0, 600}},
+  };
+  for (const Case& c : arrCases) {
+    ComPtr<IVCFrame> cpTarget = NewFrame();
+    CBstr bsList(c.pszList);
+    ASSERT_EQ(cpFrame->VCAudioCopyTo(bsList, cpTarget.Get()), S_OK) << vc::ToUtf8(c.pszList);
+    EXPECT_EQ(FirstSample(cpTarget.Get()), c.vecExpected) << vc::ToUtf8(c.pszList);
   }
-  ASSERT_EQ(routes.size(), 1u);  // untouched
-  EXPECT_EQ(routes[0].nSrc, 9);
+}
+
+TEST(FFFrameChannelListTest, RejectsMalformedListsAndMissingChannels) {
+  ComPtr<IVCFrame> cpFrame = EightChannels();
+  for (const char16_t* psz : {u"a", u"1:", u"1-", u"-1", u"1:2:3", u"8", u"0:64", u"1x", u"track:4", u"track:"}) {
+    CBstr bsList(psz);
+    EXPECT_EQ(cpFrame->VCAudioGain(bsList, -6.0, -6.0), E_INVALIDARG) << vc::ToUtf8(psz);
+  }
+  EXPECT_EQ(FirstSample(cpFrame.Get())[7], 700);  // untouched
 }
 
 TEST(FFFrameChannelListTest, PcmConversionSaturatesAndRounds) {
@@ -223,15 +236,18 @@ TEST(FFFrameAudioTest, GainOfMinus6dBHalvesTheListedChannels) {
   EXPECT_EQ(Samples16(cpFrame.Get())[0], 500);
 }
 
-TEST(FFFrameAudioTest, GainRampsInDecibels) {
+TEST(FFFrameAudioTest, GainRampsLinearlyInAmplitudeBetweenTheDbEnds) {
   ComPtr<IVCFrame> cpFrame = Pcm16(1, 100, [](int, int) { return 10000; });
   ASSERT_EQ(cpFrame->VCAudioGain(nullptr, 0.0, -20.0), S_OK);
   const std::vector<int16_t> vec = Samples16(cpFrame.Get());
-  EXPECT_EQ(vec[0], 10000);
-  // Half way the ramp stands at -10 dB: 10000 * 10^(-0.5).
-  EXPECT_NEAR(vec[50], 10000 * std::pow(10.0, -0.5), 1.0);
-  EXPECT_NEAR(vec[99], 10000 * std::pow(10.0, -19.8 / 20), 1.0);
+  EXPECT_EQ(vec[0], 10000);   // 0 dB at the first sample
+  EXPECT_EQ(vec[99], 1000);   // -20 dB at the last
+  EXPECT_NEAR(vec[33], 10000 - 9000 * 33 / 99, 1);
   for (size_t i = 1; i < vec.size(); ++i) ASSERT_LT(vec[i], vec[i - 1]);
+  EXPECT_EQ(cpFrame->VCAudioGain(nullptr, 0.0, std::nan("")), E_INVALIDARG);
+  EXPECT_EQ(cpFrame->VCAudioGain(nullptr, HUGE_VAL, 0.0), E_INVALIDARG);
+  ASSERT_EQ(cpFrame->VCAudioGain(nullptr, -HUGE_VAL, -HUGE_VAL), S_OK);  // -inf dB is silence
+  EXPECT_EQ(Samples16(cpFrame.Get())[0], 0);
 }
 
 TEST(FFFrameAudioTest, MixSaturatesInsteadOfWrapping) {
@@ -273,12 +289,14 @@ TEST(FFFrameAudioTest, MixDirectHonoursOffsetsAndLimit) {
 
 TEST(FFFrameAudioTest, SymmetricMixCrossFades) {
   ComPtr<IVCFrame> cpFrame = Pcm16(1, 100, [](int, int) { return 10000; });
-  ComPtr<IVCFrame> cpOther = Pcm16(1, 100, [](int, int) { return -10000; });
+  ComPtr<IVCFrame> cpOther = Pcm16(1, 100, [](int, int) { return 4000; });
   ASSERT_EQ(cpFrame->VCAudioMix(cpOther.Get(), -100.0, 0.0, TRUE, nullptr), S_OK);
   const std::vector<int16_t> vec = Samples16(cpFrame.Get());
-  EXPECT_NEAR(vec[0], 10000, 1);   // own at 0 dB, other at -100 dB
-  EXPECT_EQ(vec[50], 0);           // both at -50 dB, opposite signs
-  EXPECT_NEAR(vec[99], -8913, 2);  // own at -99 dB, other at -1 dB
+  // The own samples fade out while the others fade in: the two gains add up
+  // to one all the way, so the result walks from 10000 to 4000 in a line.
+  EXPECT_EQ(vec[0], 10000);
+  EXPECT_EQ(vec[99], 4000);
+  for (int i = 0; i < 100; ++i) ASSERT_NEAR(vec[static_cast<size_t>(i)], 10000 - 6000 * i / 99.0, 1.0) << i;
 }
 
 TEST(FFFrameAudioTest, MixIntoAFrameWithoutAudioAndItself) {
