@@ -334,95 +334,107 @@ HRESULT CFFFrame::VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) {
   return S_OK;
 }
 
+namespace {
+
+bool NoAudioWanted(const K_AUD_PROPS& aud) {
+  return aud.nChannels == 0 && aud.nSamplesPerSec == 0 && aud.nBitsPerSample == 0;
+}
+
+bool CheckPropsRecord(const K_AV_PROPS& props) {
+  const K_VID_PROPS& vid = props.vidProps;
+  const K_AUD_PROPS& aud = props.audProps;
+  if (vid.nWidth < 0 || vid.nHeight < 0 || vid.nRowBytes < 0 || (vid.eGPUFlags & eGTF_GPU_FormatMask) != 0) {
+    VC_LOG(eVCLL_Error, "bad video properties %dx%d row %d gpu %d FAILED hr=%08X\n", vid.nWidth, vid.nHeight,
+           vid.nRowBytes, vid.eGPUFlags, E_INVALIDARG);
+    return false;
+  }
+  if (!NoAudioWanted(aud) && (aud.nChannels <= 0 || aud.nChannels > kMaxAudioChannels || aud.nSamplesPerSec <= 0 ||
+                              SampleFormatFromBits(aud.nBitsPerSample) == AV_SAMPLE_FMT_NONE)) {
+    VC_LOG(eVCLL_Error, "bad audio properties %d ch %d Hz %d bits FAILED hr=%08X\n", aud.nChannels,
+           aud.nSamplesPerSec, aud.nBitsPerSample, E_INVALIDARG);
+    return false;
+  }
+  return true;
+}
+
+// The picture a record asks for: *pspNew stays null when the current layout
+// is the one asked for (its pixels stay); another size or format gets a new
+// black picture.
+HRESULT PictureFor(const K_VID_PROPS& vid, const FrameContent& content, eVCCC fcc, AvFramePtr* pspNew) {
+  const AVFrame* pOld = content.pVideo.get();
+  if (pOld && fcc == content.fccVideo && pOld->width == vid.nWidth && pOld->height == vid.nHeight &&
+      (vid.nRowBytes == 0 || vid.nRowBytes == PublicRowBytes(pOld, fcc))) {
+    return S_OK;
+  }
+  const AVPixelFormat eFmt = PixelFormatFromFourcc(fcc);
+  if (eFmt == AV_PIX_FMT_NONE) {
+    VC_LOG(eVCLL_Error, "pixel format %08X has no system-memory layout FAILED hr=%08X\n", static_cast<uint32_t>(fcc),
+           E_INVALIDARG);
+    return E_INVALIDARG;
+  }
+  pspNew->reset(AllocPublicVideo(eFmt, fcc, vid.nWidth, vid.nHeight, vid.nRowBytes));
+  if (!*pspNew) {
+    VC_LOG(eVCLL_Error, "no picture %dx%d row %d of %08X FAILED hr=%08X\n", vid.nWidth, vid.nHeight, vid.nRowBytes,
+           static_cast<uint32_t>(fcc), E_INVALIDARG);
+    return E_INVALIDARG;
+  }
+  (*pspNew)->colorspace = ColourSpaceFromFourcc(fcc);
+  return S_OK;
+}
+
+// The audio a record asks for: another sample size or channel count (or a
+// remap list) reshapes the samples into *pspNew; the same shape leaves it
+// null. Another rate only relabels (VCConvert resamples).
+HRESULT AudioFor(const K_AUD_PROPS& aud, BSTR bsRemap, const FrameContent& content, AvFramePtr* pspNew) {
+  const AVFrame* pOld = content.pAudio.get();
+  if (!pOld) return S_OK;
+  std::vector<ChannelRoute> routes;
+  if (!ParseChannelList(View(bsRemap), content.props.audProps, &routes)) return E_INVALIDARG;
+  const int nOldBits = BitsFromSampleFormat(static_cast<AVSampleFormat>(pOld->format));
+  if (routes.empty() && nOldBits == aud.nBitsPerSample && pOld->ch_layout.nb_channels == aud.nChannels) return S_OK;
+  if (routes.empty()) routes = IdentityRoutes(std::min(pOld->ch_layout.nb_channels, aud.nChannels));
+  const HRESULT hr = RemapPcm(pOld, aud.nBitsPerSample, aud.nChannels, routes, pspNew);
+  if (FAILED(hr)) {
+    VC_LOG(eVCLL_Error, "channels '%ws' to %d ch %d bits FAILED hr=%08X\n", bsRemap, aud.nChannels,
+           aud.nBitsPerSample, hr);
+  }
+  return hr;
+}
+
+}  // namespace
+
 HRESULT CFFFrame::VCAVPropsSet(K_AV_PROPS* _pProps, BSTR _bsChannelsRemap) {
   if (!_pProps) {
     VC_LOG(eVCLL_Error, "no properties FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
   }
   const K_AV_PROPS props = *_pProps;
-  const K_VID_PROPS& vid = props.vidProps;
-  const K_AUD_PROPS& aud = props.audProps;
-  if (vid.nWidth < 0 || vid.nHeight < 0 || vid.nRowBytes < 0 || (vid.eGPUFlags & eGTF_GPU_FormatMask) != 0) {
-    VC_LOG(eVCLL_Error, "bad video properties %dx%d row %d gpu %d FAILED hr=%08X\n", vid.nWidth, vid.nHeight,
-           vid.nRowBytes, vid.eGPUFlags, E_INVALIDARG);
-    return E_INVALIDARG;
-  }
-  const bool bNoAudio = aud.nChannels == 0 && aud.nSamplesPerSec == 0 && aud.nBitsPerSample == 0;
-  if (!bNoAudio && (aud.nChannels <= 0 || aud.nChannels > kMaxAudioChannels || aud.nSamplesPerSec <= 0 ||
-                    SampleFormatFromBits(aud.nBitsPerSample) == AV_SAMPLE_FMT_NONE)) {
-    VC_LOG(eVCLL_Error, "bad audio properties %d ch %d Hz %d bits FAILED hr=%08X\n", aud.nChannels,
-           aud.nSamplesPerSec, aud.nBitsPerSample, E_INVALIDARG);
-    return E_INVALIDARG;
-  }
+  if (!CheckPropsRecord(props)) return E_INVALIDARG;
+  const bool bNoVideo = props.vidProps.nWidth == 0 || props.vidProps.nHeight == 0;
+  const bool bNoAudio = NoAudioWanted(props.audProps);
 
   Lock lock(m_csLock);
-  // Video: the same layout keeps the pixels; another size or format gets a
-  // new black picture; no size means no video.
+  // Everything new is made before anything changes: a failure leaves the frame.
+  const eVCCC fcc = props.vidProps.fccType != eVCCC_Default ? props.vidProps.fccType : m_content.fccVideo;
   AvFramePtr spNewVideo;
-  bool bDropVideo = false;
-  eVCCC fcc = vid.fccType != eVCCC_Default ? vid.fccType : m_content.fccVideo;
-  if (vid.nWidth == 0 || vid.nHeight == 0) {
-    bDropVideo = m_content.pVideo != nullptr;
-  } else {
-    const AVFrame* pOld = m_content.pVideo.get();
-    const bool bSame = pOld && fcc == m_content.fccVideo && pOld->width == vid.nWidth && pOld->height == vid.nHeight &&
-                       (vid.nRowBytes == 0 || vid.nRowBytes == PublicRowBytes(pOld, fcc));
-    if (!bSame) {
-      const AVPixelFormat eFmt = PixelFormatFromFourcc(fcc);
-      if (eFmt == AV_PIX_FMT_NONE) {
-        VC_LOG(eVCLL_Error, "pixel format %08X has no system-memory layout FAILED hr=%08X\n",
-               static_cast<uint32_t>(fcc), E_INVALIDARG);
-        return E_INVALIDARG;
-      }
-      spNewVideo.reset(AllocPublicVideo(eFmt, fcc, vid.nWidth, vid.nHeight, vid.nRowBytes));
-      if (!spNewVideo) {
-        VC_LOG(eVCLL_Error, "no picture %dx%d row %d of %08X FAILED hr=%08X\n", vid.nWidth, vid.nHeight,
-               vid.nRowBytes, static_cast<uint32_t>(fcc), E_INVALIDARG);
-        return E_INVALIDARG;
-      }
-      spNewVideo->colorspace = ColourSpaceFromFourcc(fcc);
-    }
-  }
-  // Audio: another sample size or channel count (or a remap list) reshapes
-  // the samples; another rate only relabels them (VCConvert resamples).
   AvFramePtr spNewAudio;
-  const AVFrame* pOldAudio = m_content.pAudio.get();
-  if (!bNoAudio && pOldAudio) {
-    const int nOldBits = BitsFromSampleFormat(static_cast<AVSampleFormat>(pOldAudio->format));
-    std::vector<ChannelRoute> routes;
-    if (!ParseChannelList(View(_bsChannelsRemap), m_content.props.audProps, &routes)) {
-      VC_LOG(eVCLL_Error, "bad channel list '%ws' FAILED hr=%08X\n", _bsChannelsRemap, E_INVALIDARG);
-      return E_INVALIDARG;
-    }
-    if (!routes.empty() || nOldBits != aud.nBitsPerSample || pOldAudio->ch_layout.nb_channels != aud.nChannels) {
-      if (routes.empty()) routes = IdentityRoutes(std::min(pOldAudio->ch_layout.nb_channels, aud.nChannels));
-      const HRESULT hr = RemapPcm(pOldAudio, aud.nBitsPerSample, aud.nChannels, routes, &spNewAudio);
-      if (FAILED(hr)) {
-        VC_LOG(eVCLL_Error, "channels '%ws' to %d ch %d bits FAILED hr=%08X\n", _bsChannelsRemap, aud.nChannels,
-               aud.nBitsPerSample, hr);
-        return hr;
-      }
-    }
-  }
+  HRESULT hr = bNoVideo ? S_OK : PictureFor(props.vidProps, m_content, fcc, &spNewVideo);
+  if (SUCCEEDED(hr) && !bNoAudio) hr = AudioFor(props.audProps, _bsChannelsRemap, m_content, &spNewAudio);
+  if (FAILED(hr)) return hr;
 
-  // Nothing can fail from here on.
-  if (bDropVideo) {
+  if (bNoVideo) {
     m_content.pVideo.reset();
     m_content.fccVideo = eVCCC_Default;
-  }
-  if (spNewVideo) {
+  } else if (spNewVideo) {
     m_content.pVideo = std::move(spNewVideo);
     m_content.fccVideo = fcc;
     m_content.llVideoID = NewVideoID();
   }
-  if (bNoAudio) {
-    m_content.pAudio.reset();
-    m_vecChannels.clear();
-  } else if (spNewAudio) {
+  if (bNoAudio || spNewAudio) {
     m_content.pAudio = std::move(spNewAudio);
     m_vecChannels.clear();
   }
-  if (m_content.pAudio) m_content.pAudio->sample_rate = aud.nSamplesPerSec;
+  if (m_content.pAudio) m_content.pAudio->sample_rate = props.audProps.nSamplesPerSec;
   m_content.props = props;
   SyncVideoProps(&m_content);
   SyncAudioProps(&m_content);
