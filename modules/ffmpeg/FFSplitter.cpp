@@ -268,6 +268,7 @@ HRESULT CFFSplitter::_OpenLocked(const String& strPath, const COpenSettings& set
   m_spFormat = std::move(spFormat);
   m_spIoDesc = spDesc;
   m_llReadWaitMs = settings.llReadWaitMs;
+  m_openSettings = settings;
   m_bUntouched = true;
   m_bAtEnd = false;
   m_rtSegmentStart = 0;
@@ -609,9 +610,15 @@ HRESULT CFFSplitter::_Seek(LONGLONG rtStart) {
     state.nSinceKey = -1;
   }
   const LONGLONG rtFirst = m_spIoDesc->rtStartTime == VC_TIME_UNSET ? 0 : m_spIoDesc->rtStartTime;
-  // Nothing read since the open, and the start is not past the first time
-  // stamp: the source is already there (live sources cannot seek at all).
-  if (m_bUntouched && rtStart <= rtFirst) return S_OK;
+  if (rtStart <= rtFirst) {
+    // Nothing read since the open: the source is already there (live sources
+    // cannot seek at all).
+    if (m_bUntouched) return S_OK;
+    // Seeks to the very start differ from the open by demuxer: Matroska drops
+    // the audio before the first cue, MXF stamps the first packet otherwise.
+    // Opening again gives exactly what the first open gave.
+    if (_Reopen() == S_OK) return S_OK;
+  }
 
   // The packet that decides whether the seek landed early enough: the first
   // delivered video stream's (other kinds start at any packet).
@@ -647,6 +654,27 @@ HRESULT CFFSplitter::_Seek(LONGLONG rtStart) {
     rtTarget = std::max(rtFirst, rtTarget - rtStep);
     rtStep *= 2;
   }
+}
+
+HRESULT CFFSplitter::_Reopen() {
+  const AVIOContext* pIo = m_spFormat->pb;
+  if (!pIo || !(pIo->seekable & AVIO_SEEKABLE_NORMAL)) return S_FALSE;  // live: nothing to go back to
+  AVFormatPtr spFormat;
+  const HRESULT hr = _OpenFormat(m_spIoDesc->strPath, m_openSettings, &spFormat);
+  if (FAILED(hr)) return hr;
+  if (spFormat->nb_streams != m_spFormat->nb_streams) {
+    VC_LOG(eVCLL_Retry, "SplitterBeginSegment(%ws): the source changed its streams, seeking instead\n",
+           m_spIoDesc->strPath.c_str());
+    return S_FALSE;
+  }
+  m_spFormat = std::move(spFormat);
+  av_packet_unref(m_spReadPacket.get());
+  m_deqHeld.clear();
+  for (CStreamState& state : m_vecStreams) state.bWaitKey = false;
+  _ApplyDiscard();
+  m_bUntouched = true;
+  m_bAtEnd = false;
+  return S_OK;
 }
 
 HRESULT CFFSplitter::_SeekOnce(LONGLONG rtTarget) {

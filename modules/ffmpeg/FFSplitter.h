@@ -35,7 +35,10 @@
 // Segments. SplitterBeginSegment takes the hints' stream list as the new
 // selection (empty: keep it) and seeks so that every delivered video stream
 // starts at a key packet at or before the start; packets before that key are
-// dropped. A source that cannot seek (live) answers S_FALSE and reads on.
+// dropped. A segment that starts at or before the source's first time stamp
+// starts with its very first packet, exactly as after the open (the source is
+// opened again where a seek would give something else). A source that cannot
+// seek (live) answers S_FALSE and reads on.
 // SplitterStop makes the current and every later read, seek or open fail
 // with 0x800703E3 until the next SplitterBeginSegment or SplitterOpen; a
 // call that runs past its wait fails with 0x800705B4, and so do the reads
@@ -179,6 +182,9 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   HRESULT _Deliver(CReadPacket& packet, IVCPacket** ppPacket);
   HRESULT _Seek(LONGLONG rtStart);
   HRESULT _SeekOnce(LONGLONG rtTarget);
+  // Opens the source again in place (same streams, same selection): S_FALSE
+  // when it cannot be, a live source for one.
+  HRESULT _Reopen();
   HRESULT _ApplyStreamList(BSTR bsHints);
   void _ApplyDiscard();
   int64_t _PacketWaitMs(BSTR bsHints) const;
@@ -197,6 +203,7 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   bool m_bUntouched = false;                     // GUARDED_BY(m_mtxIo); nothing read since open
   bool m_bAtEnd = false;                         // GUARDED_BY(m_mtxIo); the source reported its end
   int64_t m_llReadWaitMs = 0;                    // GUARDED_BY(m_mtxIo)
+  COpenSettings m_openSettings;                  // GUARDED_BY(m_mtxIo); for opening again
   LONGLONG m_rtSegmentStart = 0;                 // GUARDED_BY(m_mtxIo)
   LONG m_nOrderInSegment = 0;                    // GUARDED_BY(m_mtxIo); packets read since the segment began
   LONGLONG m_rtLastEnd = VC_TIME_UNSET;          // GUARDED_BY(m_mtxIo); latest packet end seen

@@ -290,6 +290,43 @@ TEST_P(FFSplitterMediaTest, SeekPastMiddleStartsAtKeyPacketAtOrBeforeTarget) {
   EXPECT_FALSE(rest.empty());
 }
 
+void ExpectSameGot(const std::vector<CGot>& want, const std::vector<CGot>& got) {
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i) {
+    EXPECT_EQ(got[i].info.nStreamIndex, want[i].info.nStreamIndex) << "packet " << i;
+    EXPECT_EQ(got[i].info.llDts, want[i].info.llDts) << "packet " << i;
+    EXPECT_EQ(got[i].info.llPts, want[i].info.llPts) << "packet " << i;
+    EXPECT_EQ(got[i].llHash, want[i].llHash) << "packet " << i;
+  }
+}
+
+// A segment gives the same packets whatever was read before it: the
+// splitter facade reuses one inner splitter for every seek of a source.
+TEST_P(FFSplitterMediaTest, SegmentsDoNotDependOnWhatWasReadBefore) {
+  ASSERT_EQ(Open(GetParam()), S_OK);
+  const std::vector<CGot> fromOpen = ReadAll();
+  std::vector<std::vector<CGot>> fresh;
+  for (LONGLONG rtStart : {LONGLONG{10000000}, LONGLONG{5000000}}) {
+    ASSERT_EQ(Open(GetParam()), S_OK);
+    ASSERT_EQ(m_cpSplitter->SplitterBeginSegment(rtStart, nullptr), S_OK);
+    fresh.push_back(ReadAll());
+  }
+
+  // The same starts on a source read to its end, then back to the start
+  // from somewhere in the middle.
+  ASSERT_EQ(Open(GetParam()), S_OK);
+  ReadAll();
+  ASSERT_EQ(m_cpSplitter->SplitterBeginSegment(10000000, nullptr), S_OK);
+  ExpectSameGot(fresh[0], ReadAll());
+  ASSERT_EQ(m_cpSplitter->SplitterBeginSegment(5000000, nullptr), S_OK);
+  CGot one;
+  ASSERT_EQ(Next(-1, &one), S_OK);
+  ASSERT_EQ(m_cpSplitter->SplitterBeginSegment(5000000, nullptr), S_OK);
+  ExpectSameGot(fresh[1], ReadAll());
+  ASSERT_EQ(m_cpSplitter->SplitterBeginSegment(0, nullptr), S_OK);
+  ExpectSameGot(fromOpen, ReadAll());
+}
+
 INSTANTIATE_TEST_SUITE_P(GoodFiles, FFSplitterMediaTest,
                          ::testing::Values("h264_aac.mp4", "hevc_opus.mkv", "mpeg2_mp2_2prog.ts", "mpeg2_pcm.mxf",
                                            "vp9_vorbis.webm", "video_only.mp4"),
