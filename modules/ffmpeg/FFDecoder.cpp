@@ -83,8 +83,10 @@ HRESULT CCoFFDecoder::_OpenOnDevice(const CKStreamInfo& info, AVCodecID id, cons
     AVBufferRef* pDevice = nullptr;
     const int nErr = OpenHwDevice(m_eDevice, _PropText(u"hw_device", ""), &pDevice);
     if (nErr < 0) {
-      VC_LOG(eVCLL_Retry, "no %s device: %s (AVERROR %d, hr=%08X)\n", _DeviceLabel(), AvErrorText(nErr).c_str(), nErr,
-             kHrNoDevice);
+      const std::string strReason = HwDeviceMissingReason(m_eDevice);
+      VC_LOG(eVCLL_Retry, "no %s device: %s%s%s (AVERROR %d, hr=%08X)\n", _DeviceLabel(),
+             strReason.empty() ? "" : strReason.c_str(), strReason.empty() ? "" : "; FFmpeg: ",
+             AvErrorText(nErr).c_str(), nErr, kHrNoDevice);
       return kHrNoDevice;
     }
     m_spDevice.reset(pDevice);

@@ -1,5 +1,9 @@
 #include "FFHwDecoder.h"
 
+#include <dlfcn.h>
+
+#include <filesystem>
+
 namespace vc::ff {
 
 int OpenHwDevice(AVHWDeviceType eType, const std::string& strSelector, AVBufferRef** ppDevice) {
@@ -44,6 +48,24 @@ int DownloadFrame(const AVFrame& src, AVFrame* pDst) {
   nErr = av_frame_copy_props(pDst, &src);
   if (nErr < 0) av_frame_unref(pDst);
   return nErr;
+}
+
+std::string HwDeviceMissingReason(AVHWDeviceType eType) {
+  if (eType == AV_HWDEVICE_TYPE_CUDA) {
+    // FFmpeg loads the driver's library at run time and reports a bare
+    // EPERM when it is not there.
+    void* pLib = dlopen("libcuda.so.1", RTLD_LAZY | RTLD_LOCAL);
+    if (!pLib) return "the NVIDIA driver library libcuda.so.1 cannot be loaded";
+    dlclose(pLib);
+    return {};
+  }
+  if (eType == AV_HWDEVICE_TYPE_QSV || eType == AV_HWDEVICE_TYPE_VAAPI) {
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/dri", ec))
+      if (entry.path().filename().string().rfind("renderD", 0) == 0) return {};
+    return "no GPU render node in /dev/dri";
+  }
+  return {};
 }
 
 std::string HwDeviceTypeName(AVHWDeviceType eType) {

@@ -38,6 +38,11 @@ CFFHwDecoderChoice FindHwDecoder(AVCodecID id, AVHWDeviceType eType);
 // AVERROR. pDst is blank on entry.
 int DownloadFrame(const AVFrame& src, AVFrame* pDst);
 
+// Why a device of eType could not be opened, where this machine shows it
+// (the NVIDIA driver library that cannot be loaded, no render node for an
+// Intel GPU); empty when there is nothing to add to FFmpeg's error.
+std::string HwDeviceMissingReason(AVHWDeviceType eType);
+
 // "cuda", "qsv".
 std::string HwDeviceTypeName(AVHWDeviceType eType);
 
