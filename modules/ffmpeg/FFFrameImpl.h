@@ -3,18 +3,43 @@
 // classes read and change it through IVCFrame from any thread.
 //
 // One small lock guards the content. Pointers handed out (video and audio
-// bytes, plane pointers, data blocks) stay the frame's: they are valid while
-// the caller holds a reference and until the part they point into is
-// replaced (a new size or format, a load, a new data block under the same
-// name). Video memory a frame replaced is kept until the frame goes, so an
-// earlier pointer never dangles while the frame lives. Memory shared with a
-// reference clone or a decoder is shared for writing too: take a copying
-// clone (eKFC_Video) before changing pixels that others may read.
+// bytes, plane pointers, data blocks, per-channel copies) stay the frame's:
+// they are valid while the caller holds a reference and until the part they
+// point into is replaced (a new size or format, a load, a new data block
+// under the same name). The planes of a decoded picture that VCVideoGetBytes
+// moved into the one-buffer layout are kept until the frame goes, so
+// pointers taken before that move (FrameAVFrame, VCVideoGetBytesEx) stay
+// good. Memory shared with a reference clone or a decoder is shared for
+// writing too: take a copying clone (eKFC_Video) before changing pixels that
+// others may read.
+//
+// Behaviour the interface leaves open, as this class settles it:
+// - VCAVPropsSet allocates: a size and pixel format other than the current
+//   picture's give a new black picture (width or height 0: no picture); a
+//   new sample size or channel count reshapes the audio (the remap list
+//   routes channels), a new rate only relabels it; all-zero audio
+//   properties drop the audio.
+// - Clones take time and properties always, then what the mode names:
+//   pictures by reference or by copy, audio and data blocks with strings
+//   copied, objects by reference. A pixel format asks for a converted
+//   picture; eKFC_BottomTop_ARGB turns the rows upside down (any format).
+//   The ForceGPU modes answer E_NOTIMPL; ForceCPU changes nothing.
+// - VCCut(0 picture, 1 first field, 2 second field, rectangle widened to the
+//   chroma grid) and VCResize(same field numbers) give a new frame with the
+//   time, properties, audio and attachments (cut: no audio, no attachments).
+// - VCConvert converts the picture (format, size, eScaleType: stretch,
+//   letter-box, crop or no scaling) and the audio (rate, channels, size)
+//   at once; nothing is held back, so the rest count is always 0.
+// - VCSave/VCLoad: see FFFrameSerial.cpp for the byte layout; attached
+//   objects travel only when they are frames.
+// - Renderer calls (VCPrint, VCOverlay, VCOverlayRect, VCTransition,
+//   VCVideoGetHbitmap) and mixing from an audio-buffer line answer E_NOTIMPL.
 //
 // The method bodies are spread over FFFrame*.cpp by subject: FFFrame.cpp
 // (creation, properties, time, video access), FFFrameAudio.cpp,
 // FFFrameAttach.cpp (data, objects, strings), FFFrameVideo.cpp (cut, clone,
-// conversion, files), FFFrameSerial.cpp (save and load).
+// conversion, renderer calls), FFFramePicture.cpp (picture files),
+// FFFrameSerial.cpp (save and load).
 #pragma once
 
 #include <mutex>
