@@ -29,6 +29,7 @@
 #include <shared_mutex>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "KAverageTime.h"
 #include "KBitrateCalc.h"
@@ -274,6 +275,10 @@ class VCPacketsStreams {
   // The stream whose front packet came first from the source; the first
   // stream when all are empty; -1 without queues.
   LONG NextStream();
+  // The ready events of the queues that have not reached end of stream (what
+  // a reader of any stream waits on while every queue is empty); *pbAllEnded
+  // tells whether every queue is at end of stream (true without queues).
+  std::vector<CKEventPtr> ReadyEventsNotEnded(bool* pbAllEnded);
   // Creates the queue with its AV index: true when this call created it.
   bool SetAVIndex(LONG nStream, LONG _nAVStreamIdx);
   bool DeqRemove(LONG nStream);
@@ -458,6 +463,17 @@ LONG VCPacketsStreams<TOwner, TDeq>::NextStream() {
     if (bLower || nNext < 0) nNext = entry.first;
   }
   return nNext;
+}
+
+template <class TOwner, class TDeq>
+std::vector<CKEventPtr> VCPacketsStreams<TOwner, TDeq>::ReadyEventsNotEnded(bool* pbAllEnded) {
+  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  std::vector<CKEventPtr> vecEvents;
+  for (const auto& entry : m_mapDeques) {
+    if (!entry.second->IsEOS()) vecEvents.push_back(entry.second->ReadyEventGet());
+  }
+  if (pbAllEnded) *pbAllEnded = vecEvents.empty();
+  return vecEvents;
 }
 
 template <class TOwner, class TDeq>

@@ -1,5 +1,7 @@
 #include "CoVCSplitter.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <vector>
 
@@ -422,25 +424,31 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     return cpVCSplitter->SplitterPacketGet(_nStreamIdx, _ppPacket, _bsHints);
   }
 
-  LONG nStream = _nStreamIdx;
-  if (nStream < 0) nStream = m_streams.NextStream();
-  if (nStream < 0) nStream = 0;
   if (!_InnerRef()) return VC_E_EMPTY;
+  DWORD dwWait = CKEvent::kInfinite;
+  if (m_bNetwork.load()) {
+    CKAutoLock lock(m_csLock);
+    XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+    const int64_t llReconnect = spRoot ? ReadPropInt(*spRoot, W("network.reconnect.max_wait"), 0) : 0;
+    if (llReconnect >= 1) dwWait = static_cast<DWORD>(std::min<int64_t>(llReconnect, 0x7FFFFFFF));
+  }
+  const int64_t llHintWait = ReadPropInt(*spHints, W("max_wait"), -1);
+  if (llHintWait >= 0) dwWait = static_cast<DWORD>(std::min<int64_t>(llHintWait, 0x7FFFFFFF));
+
+  LONG nStream = _nStreamIdx;
+  if (nStream < 0) {
+    // Any stream: while every queue is empty, wait for whichever fills
+    // first, so that one stream's end does not end the others (the next
+    // packet may well come on a stream nobody was waiting for).
+    const HRESULT hr = _WaitAnyStream(dwWait, &nStream);
+    if (FAILED(hr)) return hr;
+  }
   CKEventPtr hReady = m_streams.ReadyEventGet(nStream, false);
   if (!hReady) return HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
 
   m_streams.SetWaitStream(nStream, true);
   if (!hReady->IsSet()) {
     m_thread.ThreadWake();
-    DWORD dwWait = CKEvent::kInfinite;
-    if (m_bNetwork.load()) {
-      CKAutoLock lock(m_csLock);
-      XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-      const int64_t llReconnect = spRoot ? ReadPropInt(*spRoot, W("network.reconnect.max_wait"), 0) : 0;
-      if (llReconnect >= 1) dwWait = static_cast<DWORD>(std::min<int64_t>(llReconnect, 0x7FFFFFFF));
-    }
-    const int64_t llHintWait = ReadPropInt(*spHints, W("max_wait"), -1);
-    if (llHintWait >= 0) dwWait = static_cast<DWORD>(std::min<int64_t>(llHintWait, 0x7FFFFFFF));
     const bool bReady = hReady->Wait(dwWait);
     m_streams.SetWaitStream(nStream, false);
     if (!bReady) return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
@@ -467,6 +475,29 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     m_thread.ThreadWake();
   }
   return cpVCPacket.CopyTo(_ppPacket);
+}
+
+HRESULT CCoVCSplitter::_WaitAnyStream(DWORD dwWait, LONG* pnStream) {
+  const auto tpDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(dwWait);
+  for (;;) {
+    LONG nStream = m_streams.NextStream();
+    if (nStream < 0) nStream = 0;
+    *pnStream = nStream;
+    auto pDeq = m_streams._GetDeq(nStream, false);
+    if (!pDeq || pDeq->DeqSize() > 0) return S_OK;  // packets first in source order, or no such queue
+    bool bAllEnded = false;
+    const std::vector<CKEventPtr> vecEvents = m_streams.ReadyEventsNotEnded(&bAllEnded);
+    if (bAllEnded) return S_OK;  // the chosen queue answers end of media
+    if (std::any_of(vecEvents.begin(), vecEvents.end(), [](const CKEventPtr& h) { return h->IsSet(); })) continue;
+    m_thread.ThreadWake();
+    DWORD dwLeft = CKEvent::kInfinite;
+    if (dwWait != CKEvent::kInfinite) {
+      const auto msLeft = std::chrono::duration_cast<std::chrono::milliseconds>(tpDeadline -
+                                                                                std::chrono::steady_clock::now());
+      dwLeft = static_cast<DWORD>(std::max<int64_t>(msLeft.count(), 0));
+    }
+    if (CKEvent::WaitAny(std::span<const CKEventPtr>(vecEvents), dwLeft) < 0) return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+  }
 }
 
 HRESULT CCoVCSplitter::SplitterStop() {

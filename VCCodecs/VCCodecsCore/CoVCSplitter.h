@@ -77,6 +77,9 @@ class CCoVCSplitter : public CKObjectRoot,
   // The ready and full levels in 100 ns units for the source kind.
   void _BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull);
   DWORD _FirstSegmentWait();
+  // SplitterPacketGet(-1): the stream to take from, waiting up to dwWait ms
+  // while every queue is empty and some stream has not ended.
+  HRESULT _WaitAnyStream(DWORD dwWait, LONG* pnStream);
 
   CKCritSec m_csLock;   // the property tree
   CKCritSec m_csInner;  // see the top of this file
