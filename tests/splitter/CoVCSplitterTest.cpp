@@ -162,6 +162,22 @@ TEST_F(ScriptedSplitterTest, AnyStreamDeliversInSourceOrderAcrossStreams) {
   EXPECT_EQ(Get(-1, &cpPacket), kEndOfMedia);
 }
 
+TEST_F(ScriptedSplitterTest, AnyStreamReaderStartedEarlyGetsEveryStreamUntilAllHaveEnded) {
+  ASSERT_EQ(Open("/media/av.mp4"), S_OK);
+  ASSERT_EQ(Segment(0, "0,1"), S_OK);
+  // The video stream ends after one packet; audio goes on. A reader that
+  // starts while every queue is empty must not take video's end for the end.
+  m_pScript->Expect(Step::Packet(0, eVCMT_Video, 0, 40 * kMs));
+  for (int i = 0; i < 4; ++i) m_pScript->Expect(Step::Packet(1, eVCMT_Audio, i * 20 * kMs, (i + 1) * 20 * kMs));
+  m_pScript->Allow(eCall::SplitterPacketGet, kEndOfMedia);
+  std::vector<LONG> vecStreams;
+  vc::ComPtr<IVCPacket> cpPacket;
+  HRESULT hr = S_OK;
+  while ((hr = Get(-1, &cpPacket)) == S_OK) vecStreams.push_back(Info(cpPacket.Get()).nStreamIndex);
+  EXPECT_EQ(hr, kEndOfMedia);
+  EXPECT_EQ(vecStreams, (std::vector<LONG>{0, 1, 1, 1, 1}));
+}
+
 TEST_F(ScriptedSplitterTest, MaxWaitZeroWithNothingBufferedTimesOutAtOnce) {
   ASSERT_EQ(Open("/media/a.mp4"), S_OK);
   ASSERT_EQ(Segment(0, "0"), S_OK);
