@@ -36,9 +36,10 @@
 // selection (empty: keep it) and seeks so that every delivered video stream
 // starts at a key packet at or before the start; packets before that key are
 // dropped. A segment that starts at or before the source's first time stamp
-// starts with its very first packet, exactly as after the open (the source is
-// opened again where a seek would give something else). A source that cannot
-// seek (live) answers S_FALSE and reads on.
+// starts with its very first packet, exactly as after the open (a seekable
+// source is opened again: in some demuxers a seek to the start gives other
+// packets than the open did). A source that cannot seek (live) answers
+// S_FALSE and reads on.
 // SplitterStop makes the current and every later read, seek or open fail
 // with 0x800703E3 until the next SplitterBeginSegment or SplitterOpen; a
 // call that runs past its wait fails with 0x800705B4, and so do the reads
@@ -51,8 +52,17 @@
 // uses the format context (open, read, seek, close) and may be held across a
 // blocking read; SplitterStop and the information calls never take it.
 // FFmpeg's interrupt callback reads the stop flag, the count of closes and
-// opens waiting for the I/O lock, and the deadline, all atomics, so a blocked call ends within FFmpeg's own polling
-// interval (100 ms for sockets).
+// opens waiting for the I/O lock, and the deadline, all atomics, so a
+// blocked call ends within FFmpeg's own polling interval (100 ms for
+// sockets).
+//
+// Information. SplitterInfoGet's XML is <source> with the container's tags,
+// its <program>s and a <stream> element per stream (the same element
+// SplitterStreamInfoGet gives); unknown durations are VC_TIME_UNSET. Side
+// data holds the container's tags as strings on stream -1, each stream's
+// tags as strings and its own side data as bytes (named by FFmpeg's type
+// name); a packet carries the first of its FFmpeg side-data entries, with
+// the AVPacketSideDataType as nSideDatatype.
 #pragma once
 
 #include <atomic>
