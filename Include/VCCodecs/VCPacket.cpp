@@ -106,8 +106,11 @@ class CVCPacket : public CKObjectRoot, public IVCPacket, public IVCSideData {
 
   // Called once, before the packet is handed out. Takes over the external
   // owner (pfnRelease) even when it fails.
+  // pSharedStream, when given, is shared rather than copied (and
+  // pStreamInfo is not read).
   HRESULT Init(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo, const K_TIME* pTime,
-               const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext);
+               const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext,
+               const CKStreamInfo* pSharedStream = nullptr);
 
   HRESULT STDMETHODCALLTYPE PacketInfoGet(K_PACKET_INFO* _pPacketInfo) override;
   HRESULT STDMETHODCALLTYPE PacketInfoSet(K_PACKET_INFO* _pPacketInfo) override;
@@ -165,7 +168,8 @@ class CVCPacket : public CKObjectRoot, public IVCPacket, public IVCSideData {
 };
 
 HRESULT CVCPacket::Init(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo, const K_TIME* pTime,
-                        const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext) {
+                        const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext,
+                        const CKStreamInfo* pSharedStream) {
   m_pfnRelease = pfnRelease;
   m_pReleaseContext = pContext;
   if (cbData < 0) return E_INVALIDARG;
@@ -177,7 +181,11 @@ HRESULT CVCPacket::Init(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* p
   }
   if (pTime) m_time = *pTime;
   try {
-    if (pStreamInfo) m_streamInfo = CKStreamInfo(*pStreamInfo);
+    if (pSharedStream) {
+      m_streamInfo = *pSharedStream;  // one reference on the shared storage
+    } else if (pStreamInfo) {
+      m_streamInfo = CKStreamInfo(*pStreamInfo);
+    }
     if (m_packetInfo.cbSideData > 0) {
       const auto* pSide = FromAddress<uint8_t>(m_packetInfo.lpSideData);
       m_vecSideData.assign(pSide, pSide + m_packetInfo.cbSideData);
@@ -294,7 +302,7 @@ HRESULT CVCPacket::PacketAppendData(LONG cbData, LONGLONG lpData) {
 
 HRESULT CreatePacket(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo, const K_TIME* pTime,
                      const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext,
-                     IVCPacket** ppPacket) {
+                     IVCPacket** ppPacket, const CKStreamInfo* pSharedStream = nullptr) {
   if (!ppPacket) {
     if (pfnRelease) pfnRelease(pContext);
     return E_POINTER;
@@ -307,7 +315,7 @@ HRESULT CreatePacket(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStr
     return hr;
   }
   // From here the object owns the external payload and releases it when it goes.
-  hr = pObject->Init(pPacketInfo, pStreamInfo, pTime, pData, cbData, pfnRelease, pContext);
+  hr = pObject->Init(pPacketInfo, pStreamInfo, pTime, pData, cbData, pfnRelease, pContext, pSharedStream);
   if (FAILED(hr)) {
     pObject->Release();
     return hr;
@@ -331,6 +339,16 @@ HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO
     return E_INVALIDARG;
   }
   return CreatePacket(pPacketInfo, pStreamInfo, pTime, pData, cbData, pfnRelease, pContext, ppPacket);
+}
+
+HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const CKStreamInfo& stream, const K_TIME* pTime,
+                           const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext,
+                           IVCPacket** ppPacket) {
+  if (!pfnRelease) {
+    if (ppPacket) *ppPacket = nullptr;
+    return E_INVALIDARG;
+  }
+  return CreatePacket(pPacketInfo, nullptr, pTime, pData, cbData, pfnRelease, pContext, ppPacket, &stream);
 }
 
 }  // namespace vc

@@ -81,5 +81,10 @@ HRESULT CreateVCPacket(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pS
 HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO* pStreamInfo,
                            const K_TIME* pTime, const void* pData, LONG cbData,
                            PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext, IVCPacket** ppPacket);
+// The same with a stream description shared with the caller (a reference on
+// its storage, no copy): what a splitter does for every packet of a stream.
+HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const CKStreamInfo& stream, const K_TIME* pTime,
+                           const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext,
+                           IVCPacket** ppPacket);
 
 }  // namespace vc

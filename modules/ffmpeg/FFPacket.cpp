@@ -1,6 +1,7 @@
 #include "FFPacket.h"
 
 #include "FFClasses.h"
+#include "FFCommon.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCComPtr.h"
 
@@ -13,7 +14,38 @@ void FreeAvPacket(void* pContext) {
   av_packet_free(&pPacket);
 }
 
+void FreeAvBuffer(void* pContext) {
+  AVBufferRef* pBuffer = static_cast<AVBufferRef*>(pContext);
+  av_buffer_unref(&pBuffer);
+}
+
 }  // namespace
+
+HRESULT PacketFromAVPacket(AVPacket* pAvPacket, const K_PACKET_INFO& info, const CKStreamInfo& stream,
+                           const K_TIME& time, IVCPacket** ppPacket) {
+  if (!ppPacket) return E_POINTER;
+  *ppPacket = nullptr;
+  if (!pAvPacket) return E_INVALIDARG;
+  // Only the payload's buffer reference travels with the packet object: no
+  // second AVPacket per packet.
+  const int nResult = av_packet_make_refcounted(pAvPacket);
+  if (nResult < 0) {
+    av_packet_unref(pAvPacket);
+    return AvErrorToHr(nResult);
+  }
+  AVBufferRef* pBuffer = pAvPacket->buf;
+  const uint8_t* pData = pAvPacket->data;
+  const int cbData = pAvPacket->size;
+  pAvPacket->buf = nullptr;  // the buffer is ours now, whatever happens below
+  K_PACKET_INFO infoOut = info;
+  infoOut.cbPacketData = cbData;
+  infoOut.lpPacketData = reinterpret_cast<LONGLONG>(pData);
+  // info's side data may point into pAvPacket: the packet object copies it
+  // before the rest of pAvPacket goes.
+  const HRESULT hr = CreateVCPacketOver(&infoOut, stream, &time, pData, cbData, &FreeAvBuffer, pBuffer, ppPacket);
+  av_packet_unref(pAvPacket);
+  return hr;
+}
 
 HRESULT PacketFromAVPacket(AVPacket* pAvPacket, const K_PACKET_INFO& info, const K_STREAM_INFO* pStreamInfo,
                            const K_TIME& time, IVCPacket** ppPacket) {

@@ -543,8 +543,8 @@ HRESULT CFFSplitter::_ReadFailed(int nAvError) {
 
 HRESULT CFFSplitter::_Deliver(CReadPacket& packet, IVCPacket** ppPacket) {
   AVPacket* pSource = packet.spPacket ? packet.spPacket.get() : m_spReadPacket.get();
-  const K_STREAM_INFO& streamInfo = m_spIoDesc->vecStreams[static_cast<size_t>(packet.info.nStreamIndex)].info;
-  const HRESULT hr = PacketFromAVPacket(pSource, packet.info, &streamInfo, packet.time, ppPacket);
+  const CKStreamInfo& streamInfo = m_spIoDesc->vecPacketStreams[static_cast<size_t>(packet.info.nStreamIndex)];
+  const HRESULT hr = PacketFromAVPacket(pSource, packet.info, streamInfo, packet.time, ppPacket);
   if (FAILED(hr)) {
     av_packet_unref(pSource);
     VC_LOG(eVCLL_Error, "SplitterPacketGet(%d) FAILED hr=%08X: no packet object\n", packet.info.nStreamIndex, hr);

@@ -361,6 +361,7 @@ std::shared_ptr<const CFFSourceDesc> DescribeSource(const AVFormatContext* pForm
     stream.info.lpCodecData =
         stream.vecCodecData.empty() ? 0 : static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(stream.vecCodecData.data()));
     stream.info.bsCodecNameOrTag = stream.bsCodecName.Get();
+    spDesc->vecPacketStreams.emplace_back(stream.info);
   }
   spDesc->strXml = SourceXml(pFormat, *spDesc);
   return spDesc;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "VCCodecsCore.h"
+#include "VCCodecs/VCPacket.h"
 #include "VCStrings.h"
 
 struct AVFormatContext;
@@ -47,6 +48,9 @@ struct CFFSourceDesc {
   LONGLONG rtStartTime = VC_TIME_UNSET;  // first time stamp of the source
   CFFTags tags;
   std::vector<CFFStreamDesc> vecStreams;
+  // The same records as packets carry them: one shared copy per stream, so
+  // a packet takes a reference instead of copying the description.
+  std::vector<CKStreamInfo> vecPacketStreams;
 };
 
 // Describes an opened source (avformat_find_stream_info already run). Throws
