@@ -27,6 +27,9 @@ namespace {
 constexpr LONGLONG kSecond = 10000000;
 constexpr HRESULT kEndOfMedia = HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA);
 
+// LONG is long on Windows: printf wants an int.
+int I(LONG n) { return static_cast<int>(n); }
+
 struct MediaArgs {
   std::string strUrl;
   bool bJson = false;
@@ -157,10 +160,10 @@ bool OpenSource(const char* szCmd, const std::string& strUrl, Source* pSource) {
 std::string StreamDetails(const K_STREAM_INFO& info) {
   char sz[160];
   if (info.eMediaType == eVCMT_Video) {
-    std::snprintf(sz, sizeof sz, "%dx%d %.3f fps aspect %d:%d", info.nWidth, info.nHeight, info.dblRate,
-                  info.nAspectX, info.nAspectY);
+    std::snprintf(sz, sizeof sz, "%dx%d %.3f fps aspect %d:%d", I(info.nWidth), I(info.nHeight), info.dblRate,
+                  I(info.nAspectX), I(info.nAspectY));
   } else if (info.eMediaType == eVCMT_Audio) {
-    std::snprintf(sz, sizeof sz, "%d Hz %d ch", info.nSampleRate, info.nChannels);
+    std::snprintf(sz, sizeof sz, "%d Hz %d ch", I(info.nSampleRate), I(info.nChannels));
   } else {
     sz[0] = 0;
   }
@@ -214,8 +217,8 @@ int CmdProbe(const std::vector<std::string>& args) {
       const auto& s = source.vecStreams[n];
       std::printf("%s\n    {\"index\": %zu, \"type\": \"%s\", \"codec\": %s, \"width\": %d, \"height\": %d, "
                   "\"rate\": %.6g, \"sample_rate\": %d, \"channels\": %d, \"bitrate\": %d, \"xml\": %s}",
-                  n ? "," : "", n, TypeName(s.info.eMediaType), JsonText(s.strCodec).c_str(), s.info.nWidth,
-                  s.info.nHeight, s.info.dblRate, s.info.nSampleRate, s.info.nChannels, s.info.nBitrate,
+                  n ? "," : "", n, TypeName(s.info.eMediaType), JsonText(s.strCodec).c_str(), I(s.info.nWidth),
+                  I(s.info.nHeight), s.info.dblRate, I(s.info.nSampleRate), I(s.info.nChannels), I(s.info.nBitrate),
                   JsonText(s.strXml).c_str());
     }
     std::printf("\n  ],\n  \"xml\": %s\n}\n", JsonText(source.strXml).c_str());
@@ -226,7 +229,7 @@ int CmdProbe(const std::vector<std::string>& args) {
     for (size_t n = 0; n < source.vecStreams.size(); ++n) {
       const auto& s = source.vecStreams[n];
       std::printf("  %-2zu %-10s %-13s %-33s %d\n", n, TypeName(s.info.eMediaType), s.strCodec.c_str(),
-                  StreamDetails(s.info).c_str(), s.info.nBitrate / 1000);
+                  StreamDetails(s.info).c_str(), I(s.info.nBitrate / 1000));
     }
     std::printf("\nsource description:\n%s\n", source.strXml.c_str());
     for (size_t n = 0; n < source.vecStreams.size(); ++n)
@@ -294,16 +297,16 @@ int CmdDemux(const std::vector<std::string>& args) {
     if (opts.bJson) {
       std::printf("%s\n    {\"stream\": %d, \"type\": \"%s\", \"index\": %d, \"key\": %s, \"pts\": %lld, \"dts\": %lld, "
                   "\"time\": %s, \"end\": %s, \"size\": %d, \"pos\": %lld}",
-                  llPackets ? "," : "", info.nStreamIndex, TypeName(stream.eMediaType), info.nIndexInSegment,
+                  llPackets ? "," : "", I(info.nStreamIndex), TypeName(stream.eMediaType), I(info.nIndexInSegment),
                   bKey ? "true" : "false", static_cast<long long>(info.llPts), static_cast<long long>(info.llDts),
-                  Seconds(time.rtStartTime).c_str(), Seconds(time.rtEndTime).c_str(), info.cbPacketData,
+                  Seconds(time.rtStartTime).c_str(), Seconds(time.rtEndTime).c_str(), I(info.cbPacketData),
                   static_cast<long long>(info.llFilePos));
     } else {
-      std::printf("%6d %-6.6s %5d  %-3s %10s %10s %9s %10s %7d %10lld\n", info.nStreamIndex,
-                  TypeName(stream.eMediaType), info.nIndexInSegment, bKey ? "K" : "-",
+      std::printf("%6d %-6.6s %5d  %-3s %10s %10s %9s %10s %7d %10lld\n", I(info.nStreamIndex),
+                  TypeName(stream.eMediaType), I(info.nIndexInSegment), bKey ? "K" : "-",
                   StreamSeconds(info.llPts, stream.raTimeBase).c_str(),
                   StreamSeconds(info.llDts, stream.raTimeBase).c_str(),
-                  Seconds(time.rtStartTime).c_str(), Seconds(time.rtEndTime).c_str(), info.cbPacketData,
+                  Seconds(time.rtStartTime).c_str(), Seconds(time.rtEndTime).c_str(), I(info.cbPacketData),
                   static_cast<long long>(info.llFilePos));
     }
     ++llPackets;
