@@ -275,6 +275,13 @@ class VCPacketsStreams {
   // The stream whose front packet came first from the source; the first
   // stream when all are empty; -1 without queues.
   LONG NextStream();
+  // The stream indices that have queues, ascending.
+  std::vector<LONG> Streams() const {
+    std::shared_lock<CKSharedLock> lock(m_srwLock);
+    std::vector<LONG> vecStreams;
+    for (const auto& entry : m_mapDeques) vecStreams.push_back(entry.first);
+    return vecStreams;
+  }
   // The ready events of the queues that have not reached end of stream (what
   // a reader of any stream waits on while every queue is empty); *pbAllEnded
   // tells whether every queue is at end of stream (true without queues).

@@ -319,13 +319,13 @@ void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtS
   _UpdateStatistics(info.nStreamIndex);
 }
 
-bool CCoVCSplitter::_UpdateStatistics(LONG nStream) {
+bool CCoVCSplitter::_UpdateStatistics(LONG nStream, bool bForce) {
   XMLParse::XMLNodePtr spRoot;
   {
     CKAutoLock lock(m_csLock);
     spRoot = _PropsRootLocked();
   }
-  return VCPacketsUpdateStatistics(m_streams, nStream, spRoot.get(), m_csLock);
+  return VCPacketsUpdateStatistics(m_streams, nStream, spRoot.get(), m_csLock, bForce);
 }
 
 // ---------------------------------------------------------------------------
@@ -461,6 +461,15 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
   const HRESULT hr = m_streams.PacketGet(cpVCPacket.AddressOf(), nStream, true, nullptr, &nAVIndex, &rtBefore);
   if (FAILED(hr)) {
     VC_LOG(eVCLL_Error, "PacketsGet(%d) FAILED hr=%08X\n", nStream, hr);
+    // The stream's last word: its final values are published whatever the
+    // interval, so a short source still leaves its statistics behind.
+    if (hr == HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA)) {
+      if (_nStreamIdx >= 0) {
+        _UpdateStatistics(nStream, true);
+      } else {
+        for (LONG n : m_streams.Streams()) _UpdateStatistics(n, true);  // every stream has ended
+      }
+    }
     return hr;
   }
   VC_SPLITTER_ASSERT(cpVCPacket);

@@ -61,8 +61,9 @@ class CCoVCSplitter : public CKObjectRoot,
   HRESULT STDMETHODCALLTYPE SplitterStop() override;
   HRESULT STDMETHODCALLTYPE SplitterClose() override;
 
-  // Publishes the buffering statistics of one stream (rate-limited).
-  bool _UpdateStatistics(LONG nStream);
+  // Publishes the buffering statistics of one stream (rate-limited unless
+  // bForce).
+  bool _UpdateStatistics(LONG nStream, bool bForce = false);
 
   // For tests: the network source flag and whether the thread runs.
   bool _IsNetworkSource() const { return m_bNetwork.load(); }

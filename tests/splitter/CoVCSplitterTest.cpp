@@ -176,6 +176,14 @@ TEST_F(ScriptedSplitterTest, AnyStreamReaderStartedEarlyGetsEveryStreamUntilAllH
   while ((hr = Get(-1, &cpPacket)) == S_OK) vecStreams.push_back(Info(cpPacket.Get()).nStreamIndex);
   EXPECT_EQ(hr, kEndOfMedia);
   EXPECT_EQ(vecStreams, (std::vector<LONG>{0, 1, 1, 1, 1}));
+  // The end publishes every stream's final values, however short the source.
+  vc::ComPtr<IVCProps> cpProps;
+  ASSERT_EQ(m_cpSplitter.As(&cpProps), S_OK);
+  for (const OLECHAR* szName : {W("stat::packets_dropped.video.-1"), W("stat::packets_dropped.audio.-1")}) {
+    vc::CBstr bsValue;
+    EXPECT_EQ(cpProps->PropsGet(vc::CBstr(szName), &bsValue), S_OK) << vc::ToUtf8(szName);
+    EXPECT_EQ(bsValue.Utf8(), "0");
+  }
 }
 
 TEST_F(ScriptedSplitterTest, MaxWaitZeroWithNothingBufferedTimesOutAtOnce) {

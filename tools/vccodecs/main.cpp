@@ -1,5 +1,6 @@
 // vccodecs: command-line front end of Corvane Codecs Core.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -29,8 +30,18 @@ int main(int argc, char** argv) {
     Usage();
     return argc < 2 ? 1 : 0;
   }
-  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   const std::string strCmd = argv[1];
+  if ((strCmd == "probe" || strCmd == "demux") && !std::getenv("CORVANE_LOG_LEVEL")) {
+    // The media commands report failures themselves; the modules' own lines
+    // (end of file arrives as a failed read) would only interleave with the
+    // dump. CORVANE_LOG_LEVEL brings them back.
+#if defined(_WIN32)
+    _putenv_s("CORVANE_LOG_LEVEL", "off");
+#else
+    setenv("CORVANE_LOG_LEVEL", "off", 0);
+#endif
+  }
+  CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   if (strCmd == "props" || strCmd == "probe" || strCmd == "demux") {
     const std::vector<std::string> args(argv + 2, argv + argc);
     const int rc = strCmd == "props"   ? vctool::CmdProps(args)
