@@ -397,7 +397,10 @@ HRESULT CCoVCSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHi
   m_llSeekingPos = _rtSegmentStart;
   m_thread.ThreadWake();
 
-  if (!m_evSegmentDone.Wait(_FirstSegmentWait())) cpVCSplitter->SplitterStop();  // break a read that blocks
+  // A request still pending after the first wait means the thread sits in a
+  // read: break it. One the thread has taken is being applied (a seek, which
+  // may reopen the source): stopping would only abort the seek itself.
+  if (!m_evSegmentDone.Wait(_FirstSegmentWait()) && m_llSeekingPos.load() >= 0) cpVCSplitter->SplitterStop();
   const bool bDone = m_evSegmentDone.Wait(kSecondSegmentWait);
   {
     std::lock_guard<std::mutex> lockHints(m_csHints);

@@ -305,5 +305,23 @@ TEST_F(ScriptedSplitterTest, BlockedReadIsBrokenBySegmentRequestsFirstWait) {
   EXPECT_EQ(m_pScript->CallCount(eCall::SplitterBeginSegment), 3u);
 }
 
+TEST_F(ScriptedSplitterTest, SlowSeekIsNotStoppedByTheFirstWait) {
+  ASSERT_EQ(Open("/media/a.mp4"), S_OK);
+  ASSERT_EQ(Segment(0, "0"), S_OK);
+  m_pScript->Allow(eCall::SplitterPacketGet, kEndOfMedia);
+  // The thread takes the request at once and then spends longer than the
+  // first wait inside the inner seek: that is no blocked read to break.
+  m_pScript->Expect(Step::Answer(eCall::SplitterBeginSegment, S_OK, eWait::UntilReleased));
+  const size_t nStopsBefore = m_pScript->CallCount(eCall::SplitterStop);
+  std::thread releaser([&] {
+    if (m_pScript->WaitWaiting(eCall::SplitterBeginSegment, 5000))
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));  // three first waits
+    m_pScript->ReleaseHeld();
+  });
+  EXPECT_EQ(m_cpSplitter->SplitterBeginSegment(3 * kSec, nullptr), S_OK);
+  releaser.join();
+  EXPECT_EQ(m_pScript->CallCount(eCall::SplitterStop), nStopsBefore);
+}
+
 }  // namespace
 }  // namespace vctest
