@@ -524,6 +524,20 @@ HRESULT CCoVCSplitter::SplitterStop() {
 HRESULT CCoVCSplitter::SplitterClose() {
   SplitterStop();
   m_thread.ThreadStop();
+  // Closed means closed: the source is let go here, not when the host
+  // happens to release the facade, and every call answers "nothing open".
+  ComPtr<IVCSplitter> cpVCSplitter;
+  {
+    CKAutoLock lock(m_csInner);
+    std::lock_guard<std::mutex> lockRef(m_csInnerRef);
+    cpVCSplitter = std::move(m_cpVCSplitter);
+    m_strPath.clear();
+  }
+  m_streams.DeqRemove(-1);
+  if (cpVCSplitter) {
+    const HRESULT hr = cpVCSplitter->SplitterClose();
+    if (FAILED(hr)) VC_LOG(eVCLL_Retry, "cpVCSplitter->SplitterClose() FAILED hr=%08X", hr);
+  }
   return S_OK;
 }
 

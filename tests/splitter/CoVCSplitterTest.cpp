@@ -126,6 +126,24 @@ TEST_F(ScriptedSplitterTest, FailedOpenOfASecondSourceLeavesTheFirstReadable) {
   EXPECT_EQ(vc::ToUtf8(vc::StringView(bsPath.Get(), SysStringLen(bsPath))), "/media/first.mp4");
 }
 
+TEST_F(ScriptedSplitterTest, CloseLetsTheSourceGoAndLeavesTheFacadeClosed) {
+  ASSERT_EQ(Open("/media/a.mp4"), S_OK);
+  ASSERT_EQ(Segment(0, "0"), S_OK);
+  m_pScript->Allow(eCall::SplitterPacketGet, kEndOfMedia);
+  EXPECT_EQ(m_cpSplitter->SplitterClose(), S_OK);
+  EXPECT_EQ(m_pScript->CallCount(eCall::SplitterClose), 1u);
+  EXPECT_FALSE(m_pFacade->_IsThreadRunning());
+  vc::ComPtr<IVCPacket> cpPacket;
+  EXPECT_EQ(Get(0, &cpPacket), vc::VC_E_EMPTY);
+  EXPECT_EQ(m_cpSplitter->SplitterBeginSegment(0, nullptr), vc::VC_E_EMPTY);
+  EXPECT_EQ(m_cpSplitter->SplitterStop(), S_FALSE);
+  EXPECT_EQ(m_cpSplitter->SplitterClose(), S_OK);  // twice is harmless
+  EXPECT_EQ(m_pScript->CallCount(eCall::SplitterClose), 1u);
+  // And it opens again.
+  ASSERT_EQ(Open("/media/b.mp4"), S_OK);
+  EXPECT_TRUE(m_pFacade->_IsThreadRunning());
+}
+
 TEST_F(ScriptedSplitterTest, SideDataAnswersFalseWhenTheInnerSplitterHasNone) {
   ASSERT_EQ(Open("/media/a.mp4"), S_OK);
   vc::ComPtr<IVCSideData> cpSide;

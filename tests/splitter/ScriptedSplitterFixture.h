@@ -36,7 +36,8 @@ class ScriptedSplitterTest : public ::testing::Test {
     ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
     m_pScript->Reset();
     m_pScript->Allow(eCall::Create, S_OK);
-    m_pScript->Allow(eCall::SplitterStop, S_OK);  // every close stops the inner splitter
+    m_pScript->Allow(eCall::SplitterStop, S_OK);   // every close stops the inner splitter
+    m_pScript->Allow(eCall::SplitterClose, S_OK);  // and closes it (a new open closes the old source)
     const std::string strModule = ModulePathInBin("Corvane.Test.Scripted.x64");
     for (const char* szClsid : {kGeneral, kNablet}) {
       const std::string strKey = std::string("CLSID\\") + szClsid + "\\InprocServer32";
@@ -61,6 +62,7 @@ class ScriptedSplitterTest : public ::testing::Test {
       m_pScript->Allow(eCall::SplitterPacketGet, HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA));
       m_pScript->Allow(eCall::SplitterBeginSegment, S_OK);
       m_pScript->Allow(eCall::Create, S_OK);
+      m_pScript->Allow(eCall::SplitterClose, S_OK);
     }
     if (m_cpSplitter) m_cpSplitter->SplitterClose();
     m_cpSplitter = nullptr;
