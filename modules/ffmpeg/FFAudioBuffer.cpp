@@ -29,6 +29,13 @@ CFFAudioBuffer::CLine* CFFAudioBuffer::_FindLine(BSTR bsLine) {
   return it == m_mapLines.end() ? nullptr : it->second.get();
 }
 
+CFFAudioBuffer::CLine* CFFAudioBuffer::_NonEmptyLine(BSTR bsLine, LONG* pnSamples) {
+  CLine* pLine = _FindLine(bsLine);
+  if (pLine && pLine->Samples() > 0) return pLine;
+  if (pnSamples) *pnSamples = 0;
+  return nullptr;
+}
+
 CFFAudioBuffer::CLine& CFFAudioBuffer::_LineFor(BSTR bsLine) {
   std::unique_ptr<CLine>& spLine = m_mapLines[LineKey(bsLine)];
   if (!spLine) spLine = std::make_unique<CLine>();
@@ -38,11 +45,7 @@ CFFAudioBuffer::CLine& CFFAudioBuffer::_LineFor(BSTR bsLine) {
 HRESULT CFFAudioBuffer::_Put(BSTR bsLine, const CSourceAudio& src, BSTR bsChannels, LONGLONG rtTime, bool bFlush) {
   CKAutoLock lock(m_csLock);
   CChannelSelection sel;
-  std::string strWhy;
-  if (!abuf::ParseChannelList(View(bsChannels), src.props, &sel, &strWhy)) {
-    VC_LOG(eVCLL_Error, "(%ws) channels '%ws': %s\n", bsLine, bsChannels, strWhy.c_str());
-    return E_INVALIDARG;
-  }
+  if (!abuf::ParseChannelListOrLog(bsLine, bsChannels, src.props, &sel)) return E_INVALIDARG;
   size_t nAdded = 0;
   CLine& line = _LineFor(bsLine);
   const HRESULT hr = line.Put(src, sel.vecChannels, sel.nTrackSplitBits, rtTime, &nAdded);
@@ -193,15 +196,10 @@ HRESULT CFFAudioBuffer::BufferGet(BSTR _bsLine, LONG* _plSamples, LONGLONG* _ppb
   }
   return Guarded([&]() -> HRESULT {
     CKAutoLock lock(m_csLock);
-    CLine* pLine = _FindLine(_bsLine);
-    if (!pLine || pLine->Samples() == 0) {
-      *_plSamples = 0;
-      return S_FALSE;
-    }
+    CLine* pLine = _NonEmptyLine(_bsLine, _plSamples);
+    if (!pLine) return S_FALSE;
     CChannelSelection sel;
-    std::string strWhy;
-    if (!abuf::ParseChannelList(View(_bsChannelsList), pLine->Props(), &sel, &strWhy)) {
-      VC_LOG(eVCLL_Error, "(%ws) channels '%ws': %s\n", _bsLine, _bsChannelsList, strWhy.c_str());
+    if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel)) {
       return E_INVALIDARG;
     }
     const size_t nAsked = *_plSamples > 0 ? static_cast<size_t>(*_plSamples) : pLine->Samples();

@@ -147,6 +147,9 @@ class CFFAudioBuffer : public CKObjectRoot, public IVCAudioBuffer {
   using CLine = abuf::CAudioLine;
 
   CLine* _FindLine(BSTR bsLine);
+  // The line when it holds samples; otherwise null, with *pnSamples (when
+  // given) set to 0 (the callers then answer S_FALSE).
+  CLine* _NonEmptyLine(BSTR bsLine, LONG* pnSamples);
   CLine& _LineFor(BSTR bsLine);
   // Puts src into the line under the lock; bFlush empties the line's
   // resampler afterwards (a put that ends a stream).

@@ -9,6 +9,7 @@ extern "C" {
 #include <limits>
 
 #include "VCFormat.h"
+#include "VCLog.h"
 
 namespace vc::ff::abuf {
 
@@ -95,6 +96,13 @@ struct CRoute {
 };
 
 }  // namespace
+
+bool ParseChannelListOrLog(BSTR bsLine, BSTR bsList, const K_AUD_PROPS& props, CChannelSelection* pSel) {
+  std::string strWhy;
+  if (ParseChannelList(View(bsList), props, pSel, &strWhy)) return true;
+  VC_LOG(eVCLL_Error, "(%ws) channels '%ws': %s\n", bsLine, bsList, strWhy.c_str());
+  return false;
+}
 
 bool ParseChannelList(StringView list, const K_AUD_PROPS& props, CChannelSelection* pSel, std::string* pstrWhy) {
   static constexpr StringView kTrack = u"track:";

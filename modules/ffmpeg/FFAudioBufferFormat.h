@@ -94,6 +94,8 @@ struct CChannelSelection {
 };
 // Parses a channel list (null or empty: all channels) against props.
 bool ParseChannelList(StringView list, const K_AUD_PROPS& props, CChannelSelection* pSel, std::string* pstrWhy);
+// The same, logging why a list is refused (with the line's name).
+bool ParseChannelListOrLog(BSTR bsLine, BSTR bsList, const K_AUD_PROPS& props, CChannelSelection* pSel);
 
 // Pairs nSelected source channels with nDest destination channels: entry d
 // names the selected channel that feeds destination d, or -1 for silence.

@@ -77,13 +77,6 @@ HRESULT SetFrameAudio(IVCFrame* pFrame, K_AUD_PROPS props, std::vector<uint8_t>&
   return hr;
 }
 
-bool ParseOrLog(BSTR bsLine, BSTR bsList, const K_AUD_PROPS& props, CChannelSelection* pSel) {
-  std::string strWhy;
-  if (abuf::ParseChannelList(View(bsList), props, pSel, &strWhy)) return true;
-  VC_LOG(eVCLL_Error, "(%ws) channels '%ws': %s\n", bsLine, bsList, strWhy.c_str());
-  return false;
-}
-
 bool SameRateOrLog(BSTR bsLine, LONG nLineRate, LONG nOtherRate) {
   if (nLineRate == nOtherRate) return true;
   VC_LOG(eVCLL_Error, "(%ws) line at %d Hz, frame or line at %d Hz\n", bsLine, nLineRate, nOtherRate);
@@ -123,13 +116,10 @@ HRESULT CFFAudioBuffer::BufferFrameFill(BSTR _bsLine, IVCFrame* _pFrame, LONG* _
   }
   return Guarded([&]() -> HRESULT {
     CKAutoLock lock(m_csLock);
-    CLine* pLine = _FindLine(_bsLine);
-    if (!pLine || pLine->Samples() == 0) {
-      *_plSamples = 0;
-      return S_FALSE;
-    }
+    CLine* pLine = _NonEmptyLine(_bsLine, _plSamples);
+    if (!pLine) return S_FALSE;
     CChannelSelection sel;
-    if (!ParseOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel)) return E_INVALIDARG;
+    if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel)) return E_INVALIDARG;
     CFrameAudio frame;
     HRESULT hr = ReadFrameAudio(_pFrame, &frame);
     if (FAILED(hr)) return hr;
@@ -180,11 +170,11 @@ HRESULT CFFAudioBuffer::BufferFrameMix(BSTR _bsLineFrom, IVCFrame* _pFrameTo, LO
       VC_LOG(eVCLL_Error, "(%ws) the frame holds no audio to mix into\n", _bsLineFrom);
       return E_INVALIDARG;
     }
-    CLine* pLine = _FindLine(_bsLineFrom);
-    if (!pLine || pLine->Samples() == 0) return S_FALSE;
+    CLine* pLine = _NonEmptyLine(_bsLineFrom, nullptr);
+    if (!pLine) return S_FALSE;
     CChannelSelection selIn, selOut;
-    if (!ParseOrLog(_bsLineFrom, _bsChannelsListIn, pLine->Props(), &selIn) ||
-        !ParseOrLog(_bsLineFrom, _bsChannelsListOut, frame.props, &selOut) ||
+    if (!abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListIn, pLine->Props(), &selIn) ||
+        !abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListOut, frame.props, &selOut) ||
         !SameRateOrLog(_bsLineFrom, pLine->Props().nSamplesPerSec, frame.props.nSamplesPerSec))
       return E_INVALIDARG;
 
@@ -210,17 +200,14 @@ HRESULT CFFAudioBuffer::BufferFrameChannelsAppend(BSTR _bsLine, IVCFrame* _pFram
   }
   return Guarded([&]() -> HRESULT {
     CKAutoLock lock(m_csLock);
-    CLine* pLine = _FindLine(_bsLine);
-    if (!pLine || pLine->Samples() == 0) {
-      *_plSamplesAppend = 0;
-      return S_FALSE;
-    }
+    CLine* pLine = _NonEmptyLine(_bsLine, _plSamplesAppend);
+    if (!pLine) return S_FALSE;
     CFrameAudio frame;
     HRESULT hr = ReadFrameAudio(_pFrame, &frame);
     if (FAILED(hr)) return hr;
     if (!frame.HasAudio()) return BufferFrameFill(_bsLine, _pFrame, _plSamplesAppend, _bsChannelsList);
     CChannelSelection sel;
-    if (!ParseOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel) ||
+    if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel) ||
         !SameRateOrLog(_bsLine, pLine->Props().nSamplesPerSec, frame.props.nSamplesPerSec))
       return E_INVALIDARG;
     const LONG nOldCh = frame.props.nChannels;
@@ -271,13 +258,10 @@ HRESULT CFFAudioBuffer::BufferLinesMix(BSTR _bsLineFrom, BSTR _bsLineTo, LONG* _
   }
   return Guarded([&]() -> HRESULT {
     CKAutoLock lock(m_csLock);
-    CLine* pFrom = _FindLine(_bsLineFrom);
-    if (!pFrom || pFrom->Samples() == 0) {
-      *_plSamplesMix = 0;
-      return S_FALSE;
-    }
+    CLine* pFrom = _NonEmptyLine(_bsLineFrom, _plSamplesMix);
+    if (!pFrom) return S_FALSE;
     CChannelSelection selIn, selOut;
-    if (!ParseOrLog(_bsLineFrom, _bsChannelsListIn, pFrom->Props(), &selIn)) return E_INVALIDARG;
+    if (!abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListIn, pFrom->Props(), &selIn)) return E_INVALIDARG;
     // Everything is checked against To's format, existing or to be, before
     // To is created.
     CLine* pTo = _FindLine(_bsLineTo);
@@ -288,7 +272,7 @@ HRESULT CFFAudioBuffer::BufferLinesMix(BSTR _bsLineFrom, BSTR _bsLineTo, LONG* _
       propsTo.nChannels = static_cast<LONG>(selIn.vecChannels.size());
       propsTo.nTrackSplitBits = selIn.nTrackSplitBits;
     }
-    if (!ParseOrLog(_bsLineTo, _bsChannelsListOut, propsTo, &selOut) ||
+    if (!abuf::ParseChannelListOrLog(_bsLineTo, _bsChannelsListOut, propsTo, &selOut) ||
         !SameRateOrLog(_bsLineFrom, pFrom->Props().nSamplesPerSec, propsTo.nSamplesPerSec))
       return E_INVALIDARG;
     if (!pTo || !pTo->HasProps()) {
