@@ -134,6 +134,22 @@ class FFSplitterStopTest : public ::testing::Test {
     }
   }
 
+  // A reader on its own thread that reads a stalled transport stream until a
+  // read fails; started, then given nSettleMs to run into the stall.
+  struct CReader {
+    int nPackets = 0;
+    HRESULT hr = S_OK;
+    Clock::time_point tFailed;
+    std::thread thread;
+  };
+  void StartBlockedReader(CStallingServer& server, CReader* pReader, int nSettleMs) {
+    SetProp(u"read_url.max_wait", u"60000");
+    OpenStalledTs(server);
+    pReader->thread =
+        std::thread([this, pReader] { pReader->hr = ReadUntilFailure(&pReader->nPackets, &pReader->tFailed); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(nSettleMs));
+  }
+
   ComPtr<IVCSplitter> m_cpSplitter;
   ComPtr<IVCProps> m_cpProps;
 };
@@ -175,21 +191,16 @@ TEST_F(FFSplitterStopTest, OpenWaitEndsAnOpenThatWaitsForData) {
 
 TEST_F(FFSplitterStopTest, StopReleasesAReadThatWaitsForData) {
   CStallingServer server(FileBytes(vc::fftest::MediaPath("mpeg2_mp2_2prog.ts")));
-  SetProp(u"read_url.max_wait", u"60000");
-  OpenStalledTs(server);
-  int nPackets = 0;
-  HRESULT hrRead = S_OK;
-  Clock::time_point tFailed;
-  std::thread reader([&] { hrRead = ReadUntilFailure(&nPackets, &tFailed); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  CReader reader;
+  StartBlockedReader(server, &reader, 500);
   const Clock::time_point tStop = Clock::now();
   EXPECT_EQ(m_cpSplitter->SplitterStop(), S_OK);
-  reader.join();
+  reader.thread.join();
   EXPECT_TRUE(server.AllSent());
-  EXPECT_GT(nPackets, 0);
-  EXPECT_EQ(hrRead, kAborted);
-  EXPECT_GT(tFailed, tStop) << "the read ended before the stop: it never blocked";
-  EXPECT_LT(std::chrono::duration<double>(tFailed - tStop).count(), 1.0);
+  EXPECT_GT(reader.nPackets, 0);
+  EXPECT_EQ(reader.hr, kAborted);
+  EXPECT_GT(reader.tFailed, tStop) << "the read ended before the stop: it never blocked";
+  EXPECT_LT(std::chrono::duration<double>(reader.tFailed - tStop).count(), 1.0);
 
   // Stopped reads fail at once until a segment begins. Then the source is
   // read again: what the demuxer still holds, then a read that waits, here
@@ -198,7 +209,8 @@ TEST_F(FFSplitterStopTest, StopReleasesAReadThatWaitsForData) {
   EXPECT_EQ(m_cpSplitter->SplitterPacketGet(-1, cpPacket.AddressOf(), nullptr), kAborted);
   EXPECT_TRUE(SUCCEEDED(m_cpSplitter->SplitterBeginSegment(10000000, nullptr)));
   const Clock::time_point tRead = Clock::now();
-  nPackets = 0;
+  int nPackets = 0;
+  Clock::time_point tFailed;
   EXPECT_EQ(ReadUntilFailure(&nPackets, &tFailed, u"max_wait=200"), kTimedOut);
   EXPECT_GE(std::chrono::duration<double>(tFailed - tRead).count(), 0.15);
   EXPECT_LT(std::chrono::duration<double>(tFailed - tRead).count(), 1.0);
@@ -219,32 +231,22 @@ TEST_F(FFSplitterStopTest, ReadWaitEndsAReadThatWaitsForData) {
 
 TEST_F(FFSplitterStopTest, CloseFromAnotherThreadReleasesARead) {
   CStallingServer server(FileBytes(vc::fftest::MediaPath("mpeg2_mp2_2prog.ts")));
-  SetProp(u"read_url.max_wait", u"60000");
-  OpenStalledTs(server);
-  int nPackets = 0;
-  HRESULT hrRead = S_OK;
-  Clock::time_point tFailed;
-  std::thread reader([&] { hrRead = ReadUntilFailure(&nPackets, &tFailed); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  CReader reader;
+  StartBlockedReader(server, &reader, 300);
   const Clock::time_point tClose = Clock::now();
   EXPECT_EQ(m_cpSplitter->SplitterClose(), S_OK);
   const double dblCloseTook = SecondsSince(tClose);
-  reader.join();
+  reader.thread.join();
   EXPECT_LT(dblCloseTook, 1.0);
-  EXPECT_TRUE(hrRead == kAborted || hrRead == static_cast<HRESULT>(0x800710D2)) << std::hex << hrRead;
+  EXPECT_TRUE(reader.hr == kAborted || reader.hr == static_cast<HRESULT>(0x800710D2)) << std::hex << reader.hr;
   // Information never waited for the reader: the source is simply gone now.
   EXPECT_EQ(m_cpSplitter->SplitterInfoGet(nullptr, nullptr, nullptr, nullptr), static_cast<HRESULT>(0x800710D2));
 }
 
 TEST_F(FFSplitterStopTest, InformationDoesNotWaitForABlockedRead) {
   CStallingServer server(FileBytes(vc::fftest::MediaPath("mpeg2_mp2_2prog.ts")));
-  SetProp(u"read_url.max_wait", u"60000");
-  OpenStalledTs(server);
-  int nPackets = 0;
-  HRESULT hrRead = S_OK;
-  Clock::time_point tFailed;
-  std::thread reader([&] { hrRead = ReadUntilFailure(&nPackets, &tFailed); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  CReader reader;
+  StartBlockedReader(server, &reader, 300);
   const Clock::time_point tInfo = Clock::now();
   LONG nStreams = 0;
   K_STREAM_INFO info{};
@@ -255,8 +257,8 @@ TEST_F(FFSplitterStopTest, InformationDoesNotWaitForABlockedRead) {
   EXPECT_LT(SecondsSince(tInfo), 0.1);
   EXPECT_EQ(nStreams, 4);
   m_cpSplitter->SplitterStop();
-  reader.join();
-  EXPECT_EQ(hrRead, kAborted);
+  reader.thread.join();
+  EXPECT_EQ(reader.hr, kAborted);
 }
 
 }  // namespace
