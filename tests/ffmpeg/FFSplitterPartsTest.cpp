@@ -11,6 +11,7 @@ extern "C" {
 #include <cstring>
 #include <memory>
 
+#include "CountedUnknown.h"
 #include "FFSplitterSideData.h"
 #include "FFSplitterSource.h"
 #include "VCCodecs/VCCodecsBase.h"
@@ -122,23 +123,6 @@ constexpr HRESULT kBadStream = static_cast<HRESULT>(0x80070585);
 
 LONGLONG Address(const void* p) { return static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(p)); }
 
-// Counts its references so the test can see the store keep and release it.
-class CCounted : public IUnknown {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    *ppv = IsEqualIID(riid, IID_IUnknown) ? this : nullptr;
-    if (!*ppv) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override { return --m_nRef; }
-  ULONG Refs() const { return m_nRef; }
-
- private:
-  std::atomic<ULONG> m_nRef{1};
-};
 
 TEST(FFSplitterSideDataTest, BytesAreCopiedAndTheirViewOutlivesOtherChanges) {
   vc::ff::CFFSideDataStore store;
@@ -199,7 +183,7 @@ TEST(FFSplitterSideDataTest, StringsAndBytesShareAnEntryUntilRemoved) {
 TEST(FFSplitterSideDataTest, ObjectsAreKeptAndReleased) {
   vc::ff::CFFSideDataStore store;
   store.Reset(1);
-  CCounted object;
+  vctest::CCountedUnknown object;
   ASSERT_EQ(store.ObjSet(0, vc::CBstr(u"caption"), &object), S_OK);
   EXPECT_EQ(object.Refs(), 2u);
   IUnknown* pGot = nullptr;

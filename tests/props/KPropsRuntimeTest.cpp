@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "CountedUnknown.h"
 #include "Devices/KRuntimeSettings.h"
 #include "KPropsTestFacade.h"
 #include "TestEnvironment.h"
@@ -17,26 +18,9 @@ namespace {
 
 using vc::CBstr;
 using vc::ComPtr;
+using vctest::CCountedUnknown;
 using vctest::PropsValue;
 
-// An object for the slots: counts its references and is never freed (a slot
-// keeps its reference for the life of the process).
-class CCountedUnknown final : public IUnknown {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    *ppv = IsEqualIID(riid, IID_IUnknown) ? this : nullptr;
-    if (!*ppv) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override { return --m_nRef; }
-  ULONG Refs() const { return m_nRef; }
-
- private:
-  std::atomic<ULONG> m_nRef{0};
-};
 
 // A slot name no earlier test (or repeat of this one) in the process used.
 std::string FreshSlotName(const char* szBase) {
@@ -46,8 +30,8 @@ std::string FreshSlotName(const char* szBase) {
 
 TEST(KPropsProcessObjectsTest, FirstCandidateIsStoredAndReturnedToEveryone) {
   const std::string strName = FreshSlotName("first");
-  auto* pFirst = new CCountedUnknown();  // held by the slot for the life of the process
-  auto* pSecond = new CCountedUnknown();
+  auto* pFirst = new CCountedUnknown(0);  // held by the slot for the life of the process
+  auto* pSecond = new CCountedUnknown(0);
   IUnknown* pResult = nullptr;
   ASSERT_EQ(vc::ProcessObjectExchange(strName.c_str(), pFirst, &pResult), S_OK);
   EXPECT_EQ(pResult, pFirst);
@@ -70,14 +54,14 @@ TEST(KPropsProcessObjectsTest, LookupOfEmptySlot_IsOneAndStoresNothing) {
   IUnknown* pResult = reinterpret_cast<IUnknown*>(1);
   EXPECT_EQ(vc::ProcessObjectExchange(strName.c_str(), nullptr, &pResult), S_FALSE);
   EXPECT_EQ(pResult, nullptr);
-  auto* pLater = new CCountedUnknown();
+  auto* pLater = new CCountedUnknown(0);
   ASSERT_EQ(vc::ProcessObjectExchange(strName.c_str(), pLater, &pResult), S_OK);
   EXPECT_EQ(pResult, pLater);
   pResult->Release();
 }
 
 TEST(KPropsProcessObjectsTest, BadArguments_AreRefused) {
-  CCountedUnknown candidate;
+  CCountedUnknown candidate(0);
   IUnknown* pResult = nullptr;
   EXPECT_EQ(vc::ProcessObjectExchange("ok.name", &candidate, nullptr), E_POINTER);
   for (const char* szName : {static_cast<const char*>(nullptr), "", "bad\\name", "bad name",
@@ -92,7 +76,7 @@ TEST(KPropsProcessObjectsTest, ConcurrentFirstUse_AgreesOnOneObject) {
   const std::string strName = FreshSlotName("race");
   constexpr int kThreads = 8;
   std::vector<CCountedUnknown*> candidates;
-  for (int i = 0; i < kThreads; ++i) candidates.push_back(new CCountedUnknown());
+  for (int i = 0; i < kThreads; ++i) candidates.push_back(new CCountedUnknown(0));
   std::vector<IUnknown*> results(kThreads, nullptr);
   std::atomic<bool> bGo{false};
   std::vector<std::thread> threads;

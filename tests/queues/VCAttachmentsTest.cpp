@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "CountedUnknown.h"
 #include "VCCodecs/VCAttachments.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecs/VCPacket.h"
@@ -13,20 +14,6 @@ namespace {
 
 LONGLONG Addr(const void* p) { return static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(p)); }
 
-// A counted object that tells how many references it holds.
-class CCounted : public IUnknown {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    *ppv = IsEqualIID(riid, IID_IUnknown) ? this : nullptr;
-    if (!*ppv) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRefs; }
-  ULONG STDMETHODCALLTYPE Release() override { return --m_nRefs; }
-  ULONG m_nRefs = 1;
-};
 
 TEST(VCAttachmentsTest, EntriesKeepFirstSetOrderAndKindsReplaceEachOther) {
   vc::CKAttachments store;
@@ -78,14 +65,14 @@ TEST(VCAttachmentsTest, DataSetFromItsOwnBytesAndBadArguments) {
 }
 
 TEST(VCAttachmentsTest, ObjectsAreHeldByReferenceAndReleasedOnRemoveAndCopiedByReference) {
-  CCounted object;
+  vctest::CCountedUnknown object;
   {
     vc::CKAttachments store;
     ASSERT_EQ(store.SetObject(vc::CBstr(W("o")), &object), S_OK);
-    EXPECT_EQ(object.m_nRefs, 2u);
+    EXPECT_EQ(object.Refs(), 2u);
     vc::CKAttachments copy;
     ASSERT_EQ(copy.CopyFrom(store), S_OK);
-    EXPECT_EQ(object.m_nRefs, 3u);
+    EXPECT_EQ(object.Refs(), 3u);
     IUnknown* pOut = nullptr;
     ASSERT_EQ(copy.GetObject(vc::CBstr(W("o")), &pOut), S_OK);
     EXPECT_EQ(pOut, &object);
@@ -97,9 +84,9 @@ TEST(VCAttachmentsTest, ObjectsAreHeldByReferenceAndReleasedOnRemoveAndCopiedByR
     EXPECT_EQ(lp, 0);
     // A null object removes the entry and its reference.
     ASSERT_EQ(store.SetObject(vc::CBstr(W("o")), nullptr), S_OK);
-    EXPECT_EQ(object.m_nRefs, 2u);
+    EXPECT_EQ(object.Refs(), 2u);
   }
-  EXPECT_EQ(object.m_nRefs, 1u);  // the copy let go when it went
+  EXPECT_EQ(object.Refs(), 1u);  // the copy let go when it went
 }
 
 TEST(VCAttachmentsTest, PacketCarriesAttachmentsThroughIVCSideData) {
