@@ -44,6 +44,14 @@ String FromUtf8(std::string_view s);
 
 inline StringView View(const OLECHAR* s) noexcept { return s ? StringView(s, StrLen(s)) : StringView(); }
 
+// The one way an input string (a BSTR parameter of any interface method) is
+// read: up to its terminating zero, never by its length prefix. A host may
+// pass a plain zero-terminated wide string (a literal), which has no prefix;
+// reading one as a BSTR would take whatever lies before it as the length.
+// Null reads as empty. The view points into the caller's string: copy it
+// before the call returns if it must be kept.
+inline StringView InString(const OLECHAR* bs) noexcept { return View(bs); }
+
 // Owns one BSTR; frees it on destruction.
 class CBstr {
  public:
