@@ -398,3 +398,6 @@ using DLLGETCLASSOBJECT = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, LPVOID*);
 // Reference time: signed 100 ns units; the smallest value means "unset".
 using REFERENCE_TIME = LONGLONG;
 inline constexpr REFERENCE_TIME VC_TIME_UNSET = INT64_MIN;
+// The one definition of the reference-time units every layer counts in.
+inline constexpr REFERENCE_TIME VC_TIME_SECOND = 10000000;
+inline constexpr REFERENCE_TIME VC_TIME_MILLISECOND = 10000;

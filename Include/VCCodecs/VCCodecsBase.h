@@ -19,12 +19,21 @@ inline constexpr HRESULT VC_E_TIMEOUT = HRESULT_FROM_WIN32(ERROR_TIMEOUT);
 inline constexpr HRESULT VC_E_BAD_STREAM = HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
 // No candidate accepted (error 50).
 inline constexpr HRESULT VC_E_NO_CANDIDATE = HRESULT_FROM_WIN32(ERROR_NOT_SUPPORTED);
+// A call broken off by a stop (error 995).
+inline constexpr HRESULT VC_E_ABORTED = HRESULT_FROM_WIN32(ERROR_OPERATION_ABORTED);
+// Data that cannot be read as what it claims to be (error 13).
+inline constexpr HRESULT VC_E_INVALID_DATA = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+// File or module not found (error 2).
+inline constexpr HRESULT VC_E_FILE_NOT_FOUND = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
 static_assert(VC_E_EMPTY == static_cast<HRESULT>(0x800710D2u));
 static_assert(VC_E_END_OF_MEDIA == static_cast<HRESULT>(0x8007044Cu));
 static_assert(VC_E_TIMEOUT == static_cast<HRESULT>(0x800705B4u));
 static_assert(VC_E_BAD_STREAM == static_cast<HRESULT>(0x80070585u));
 static_assert(VC_E_NO_CANDIDATE == static_cast<HRESULT>(0x80070032u));
+static_assert(VC_E_ABORTED == static_cast<HRESULT>(0x800703E3u));
+static_assert(VC_E_INVALID_DATA == static_cast<HRESULT>(0x8007000Du));
+static_assert(VC_E_FILE_NOT_FOUND == static_cast<HRESULT>(0x80070002u));
 
 // Clears an out-parameter if the caller passed one.
 template <class T>
