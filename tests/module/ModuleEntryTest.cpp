@@ -103,10 +103,12 @@ class CoreModuleTest : public ::testing::Test {
     EXPECT_EQ(NormalisePath(strValue), NormalisePath(m_strModule));
     ASSERT_TRUE(vctest::RegReadString(hRoot, strKey + "\\InprocServer32", "ThreadingModel", &strValue));
     EXPECT_EQ(strValue, "Neutral");
-    ASSERT_TRUE(vctest::RegReadString(hRoot, strKey, "TypeLib", &strValue));
+    // Keys whose default value is the text, where component tools look.
+    ASSERT_TRUE(vctest::RegReadString(hRoot, strKey + "\\TypeLib", nullptr, &strValue));
     EXPECT_EQ(strValue, kLibId);
-    ASSERT_TRUE(vctest::RegReadString(hRoot, strKey, "Version", &strValue));
+    ASSERT_TRUE(vctest::RegReadString(hRoot, strKey + "\\Version", nullptr, &strValue));
     EXPECT_EQ(strValue, "1.0");
+    EXPECT_FALSE(vctest::RegReadString(hRoot, strKey, "TypeLib", &strValue));
   }
   // On Linux the manifest beside the module serves the classes without
   // registration; Windows needs the classes registered (machine-wide: Wine's

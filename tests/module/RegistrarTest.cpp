@@ -122,17 +122,49 @@ class RegistrarTest : public ::testing::Test {
 // ---------------------------------------------------------------------------
 // The class scripts of the module.
 
+// The splitter's script as hosts and installers know it; the other classes
+// differ only in identifier and description. TypeLib and Version are keys
+// whose default value is the text (no "val"): that is where component tools
+// look for a class's type library.
+std::string PublishedClassScript(const std::string& sClsid, const std::string& sDescription) {
+  return "HKCR\r\n"
+         "{\r\n"
+         "\tNoRemove CLSID\r\n"
+         "\t{\r\n"
+         "\t\tForceRemove " + sClsid + " = s '" + sDescription + "'\r\n"
+         "\t\t{\r\n"
+         "\t\t\tInprocServer32 = s '%MODULE%'\r\n"
+         "\t\t\t{\r\n"
+         "\t\t\t\tval ThreadingModel = s 'Neutral'\r\n"
+         "\t\t\t}\r\n"
+         "\t\t\tTypeLib = s '{03DF3785-FB0F-4786-A013-4E52BADDBCEE}'\r\n"
+         "\t\t\tVersion = s '1.0'\r\n"
+         "\t\t}\r\n"
+         "\t}\r\n"
+         "}\r\n";
+}
+
+TEST(RegistrarModuleScriptTest, ClassScripts_MatchThePublishedTextByteForByte) {
+  for (const ClassScript& script : kClassScripts)
+    EXPECT_EQ(ReadModuleScript(script.szFile), PublishedClassScript(script.szClsid, script.szDescription))
+        << script.szFile;
+  EXPECT_EQ(ReadModuleScript("VCCodecsCore.rgs"), "HKCR\r\n{\r\n}\r\n");
+}
+
 TEST_F(RegistrarTest, SplitterScript_WritesClassKeysAndValues) {
   ASSERT_EQ(Register(InSandbox(ReadModuleScript("VCSplitter.rgs"))), S_OK) << m_sError;
 
   EXPECT_EQ(Value(kSplitterClass), "VCSplitter Class");
-  EXPECT_EQ(Value(kSplitterClass, "TypeLib"), "{03DF3785-FB0F-4786-A013-4E52BADDBCEE}");
-  EXPECT_EQ(Value(kSplitterClass, "Version"), "1.0");
+  EXPECT_EQ(Value(kSplitterClass + "\\TypeLib"), "{03DF3785-FB0F-4786-A013-4E52BADDBCEE}");
+  EXPECT_EQ(Value(kSplitterClass + "\\Version"), "1.0");
   EXPECT_EQ(Value(kSplitterClass + "\\InprocServer32"), kModulePath);
   EXPECT_EQ(Value(kSplitterClass + "\\InprocServer32", "ThreadingModel"), "Neutral");
-  // Values belong where the script puts them, not one level up or down.
+  // Values and keys belong where the script puts them, not one level up or
+  // down, and TypeLib and Version are keys, not values of the class key.
   EXPECT_EQ(Value(kSplitterClass, "ThreadingModel"), "<missing>");
-  EXPECT_EQ(Value(kSplitterClass + "\\InprocServer32", "TypeLib"), "<missing>");
+  EXPECT_EQ(Value(kSplitterClass, "TypeLib"), "<missing>");
+  EXPECT_EQ(Value(kSplitterClass, "Version"), "<missing>");
+  EXPECT_FALSE(KeyExists(kSplitterClass + "\\InprocServer32\\TypeLib"));
 }
 
 TEST_F(RegistrarTest, SplitterScriptRemoval_DeletesClassButKeepsClsidAndOtherClasses) {
@@ -143,6 +175,8 @@ TEST_F(RegistrarTest, SplitterScriptRemoval_DeletesClassButKeepsClsidAndOtherCla
   const std::string sOther = kSandbox + "\\CLSID\\{11111111-2222-3333-4444-555555555555}\\InprocServer32";
   CreateKey(sOther);
   ASSERT_EQ(Register(sScript), S_OK) << m_sError;
+  ASSERT_TRUE(KeyExists(kSplitterClass + "\\TypeLib"));
+  ASSERT_TRUE(KeyExists(kSplitterClass + "\\Version"));
   ASSERT_EQ(Unregister(sScript), S_OK) << m_sError;
 
   EXPECT_FALSE(KeyExists(kSplitterClass));
@@ -178,8 +212,8 @@ TEST_F(RegistrarTest, ClassScriptsPerUser_LandUnderUserClassesAndRemoveCleanly) 
     EXPECT_EQ(Value(sClass), script.szDescription);
     EXPECT_EQ(Value(sClass + "\\InprocServer32"), kModulePath);
     EXPECT_EQ(Value(sClass + "\\InprocServer32", "ThreadingModel"), "Neutral");
-    EXPECT_EQ(Value(sClass, "TypeLib"), "{03DF3785-FB0F-4786-A013-4E52BADDBCEE}");
-    EXPECT_EQ(Value(sClass, "Version"), "1.0");
+    EXPECT_EQ(Value(sClass + "\\TypeLib"), "{03DF3785-FB0F-4786-A013-4E52BADDBCEE}");
+    EXPECT_EQ(Value(sClass + "\\Version"), "1.0");
 
     ASSERT_EQ(Unregister(sText, true), S_OK) << m_sError;
     EXPECT_FALSE(KeyExists(sClass));
