@@ -3,7 +3,7 @@
 # them as REGISTRY resources.
 # Input: -DOUT=<header> -DSCRIPTS="<id>=<file>|<id>=<file>|..."
 string(REPLACE "|" ";" SCRIPTS "${SCRIPTS}")
-set(text "// Generated from module/res/*.rgs at build time; do not edit.\n#pragma once\n\n#include <string_view>\n\nnamespace vc {\n\n")
+set(text "// Generated from the module's registrar scripts at build time; do not edit.\n#pragma once\n\n#include <string_view>\n\nnamespace vc {\n\n")
 set(table "")
 set(n 0)
 foreach(item IN LISTS SCRIPTS)

@@ -1,21 +1,47 @@
-// The core module's class table: the four facades in registration order.
+// The core module's class table: the four facades in the order of
+// res/VCCodecsCoreClassTable.cmake, which is the order of registration. The
+// rows take names, identifiers, descriptions and script numbers from the
+// header generated from that table; the checks below hold the identifiers the
+// public header gets from the IDL, and the script numbers, to the same rows.
+#include <algorithm>
+
 #include "CoVCDecoder.h"
 #include "CoVCEncoder.h"
 #include "CoVCMuxer.h"
 #include "CoVCSplitter.h"
+#include "VCCodecsCoreClassTable.h"  // generated from res/VCCodecsCoreClassTable.cmake
 #include "VCModule.h"
 
 namespace vc {
 
+namespace {
+
+constexpr PFN_KCREATE CreatorOf(std::string_view svName) {
+  if (svName == "VCSplitter") return &CreateObject<CCoVCSplitter>;
+  if (svName == "VCDecoder") return &CreateObject<CCoVCDecoder>;
+  if (svName == "VCEncoder") return &CreateObject<CCoVCEncoder>;
+  if (svName == "VCMuxer") return &CreateObject<CCoVCMuxer>;
+  return nullptr;
+}
+
+consteval bool RowIs(std::string_view svName, const CLSID& clsid, int nScript) {
+  const VCClassTableEntry& entry = ClassInTable(kCoreClassTable, svName);
+  return SameGuid(entry.clsid, clsid) && entry.nRegistryScript == nScript;
+}
+
+static_assert(std::size(kCoreClassTable) == 4, "the core module serves the four facades");
+static_assert(std::ranges::all_of(kCoreClassTable, [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
+              "every row of the class table needs a facade");
+static_assert(RowIs("VCSplitter", CLSID_VCSplitter, IDR_VCSPLITTER), "the IDL and the class table disagree");
+static_assert(RowIs("VCDecoder", CLSID_VCDecoder, IDR_VCDECODER), "the IDL and the class table disagree");
+static_assert(RowIs("VCEncoder", CLSID_VCEncoder, IDR_VCENCODER), "the IDL and the class table disagree");
+static_assert(RowIs("VCMuxer", CLSID_VCMuxer, IDR_VCMUXER), "the IDL and the class table disagree");
+
+}  // namespace
+
 CVCModule& CoreModule() {
   static CVCModule s_module(
-      {
-          {&CLSID_VCSplitter, "VCSplitter", "VCSplitter Class", IDR_VCSPLITTER, &CreateObject<CCoVCSplitter>},
-          {&CLSID_VCDecoder, "VCDecoder", "VCDecoder Class", IDR_VCDECODER, &CreateObject<CCoVCDecoder>},
-          {&CLSID_VCEncoder, "VCEncoder", "VCEncoder Class", IDR_VCENCODER, &CreateObject<CCoVCEncoder>},
-          {&CLSID_VCMuxer, "VCMuxer", "VCMuxer Class", IDR_VCMUXER, &CreateObject<CCoVCMuxer>},
-      },
-      &LoadRegistryScriptResource);
+ClassRowsOf(kCoreClassTable, CreatorOf), &LoadRegistryScriptResource);
   return s_module;
 }
 

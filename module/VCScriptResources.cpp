@@ -3,7 +3,7 @@
 #include "VCModule.h"
 
 #if !defined(_WIN32)
-#include "VCEmbeddedScripts.h"  // generated from module/res/*.rgs
+#include "VCEmbeddedScripts.h"  // generated from the scripts res/VCCodecsCoreClassTable.cmake makes
 #endif
 
 namespace vc {
