@@ -1,21 +1,25 @@
 // The classes of the general media module: their identifiers and creators.
-// The splitter, decoder and hardware-decoder identifiers are the ones the
-// facades' candidate tables name; the frame, audio-buffer and packet classes
-// let hosts and sibling modules create those objects by identifier too.
+// The identifiers come from the module's class table
+// (res/FFClassTable.cmake), which also makes the registrar scripts and the
+// manifest lines. The splitter, decoder and hardware-decoder classes are the
+// ones the facades' candidate tables name (FFModule.cpp checks them against
+// VCCodecs/VCInnerClasses.h); the frame, audio-buffer and packet classes let
+// hosts and sibling modules create those objects by identifier too.
 #pragma once
 
+#include "FFClassTable.h"  // generated from res/FFClassTable.cmake
 #include "VCGuid.h"
 #include "VCPlatform.h"
 
 namespace vc::ff {
 
-inline constexpr CLSID CLSID_FFSplitter = MakeGuid("96EB1F14-4CC0-4830-9CC3-F064196B2626");
-inline constexpr CLSID CLSID_FFDecoder = MakeGuid("96EB1F64-4CC0-4830-9CC3-F064196B2626");
-inline constexpr CLSID CLSID_FFDecoderNVidia = MakeGuid("2CBD671C-8106-49EC-8ABB-9D67CF025301");
-inline constexpr CLSID CLSID_FFDecoderQuickSync = MakeGuid("BF23862C-7C7B-4CE3-8FE7-4CA5171D624E");
-inline constexpr CLSID CLSID_FFFrame = MakeGuid("96EB1F70-4CC0-4830-9CC3-F064196B2626");
-inline constexpr CLSID CLSID_FFAudioBuffer = MakeGuid("96EB1F71-4CC0-4830-9CC3-F064196B2626");
-inline constexpr CLSID CLSID_FFPacket = MakeGuid("96EB1F72-4CC0-4830-9CC3-F064196B2626");
+inline constexpr CLSID CLSID_FFSplitter = ClassInTable(kFFClassTable, "FFSplitter").clsid;
+inline constexpr CLSID CLSID_FFDecoder = ClassInTable(kFFClassTable, "FFDecoder").clsid;
+inline constexpr CLSID CLSID_FFDecoderNVidia = ClassInTable(kFFClassTable, "FFDecoderNVidia").clsid;
+inline constexpr CLSID CLSID_FFDecoderQuickSync = ClassInTable(kFFClassTable, "FFDecoderQuickSync").clsid;
+inline constexpr CLSID CLSID_FFFrame = ClassInTable(kFFClassTable, "FFFrame").clsid;
+inline constexpr CLSID CLSID_FFAudioBuffer = ClassInTable(kFFClassTable, "FFAudioBuffer").clsid;
+inline constexpr CLSID CLSID_FFPacket = ClassInTable(kFFClassTable, "FFPacket").clsid;
 
 // Creators in the class-factory form (outer object, interface, out pointer).
 HRESULT CreateFFSplitter(IUnknown* pOuter, REFIID riid, void** ppv);

@@ -1,24 +1,40 @@
 #include "FFModule.h"
 
+#include <algorithm>
+
 #include "FFClasses.h"
-#include "FFEmbeddedScripts.h"  // generated from modules/ffmpeg/res/*.rgs
+#include "FFEmbeddedScripts.h"  // generated from the module's registrar scripts
+#include "VCCodecs/VCInnerClasses.h"
 
 namespace vc::ff {
 
+namespace {
+
+constexpr PFN_KCREATE CreatorOf(std::string_view svName) {
+  if (svName == "FFSplitter") return &CreateFFSplitter;
+  if (svName == "FFDecoder") return &CreateFFDecoder;
+  if (svName == "FFDecoderNVidia") return &CreateFFDecoderNVidia;
+  if (svName == "FFDecoderQuickSync") return &CreateFFDecoderQuickSync;
+  if (svName == "FFFrame") return &CreateFFFrame;
+  if (svName == "FFAudioBuffer") return &CreateFFAudioBuffer;
+  if (svName == "FFPacket") return &CreateFFPacket;
+  return nullptr;
+}
+
+static_assert(std::ranges::all_of(kFFClassTable, [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
+              "every row of the class table needs a creator");
+// The facades find these classes by the identifiers they are built with.
+static_assert(SameGuid(CLSID_FFSplitter, CLSID_GeneralSplitter), "the facades name another general splitter");
+static_assert(SameGuid(CLSID_FFDecoder, CLSID_GeneralDecoder), "the facades name another general decoder");
+static_assert(SameGuid(CLSID_FFDecoderNVidia, CLSID_NVidiaDecoder), "the facades name another NVIDIA decoder");
+static_assert(SameGuid(CLSID_FFDecoderQuickSync, CLSID_QuickSyncDecoder),
+              "the facades name another QuickSync decoder");
+
+}  // namespace
+
 CVCModule& FFmpegModule() {
   static CVCModule s_module(
-      {
-          {&CLSID_FFSplitter, "FFSplitter", "FFmpeg Splitter Class", IDR_FFSPLITTER, &CreateFFSplitter},
-          {&CLSID_FFDecoder, "FFDecoder", "FFmpeg A/V Decoder Class", IDR_FFDECODER, &CreateFFDecoder},
-          {&CLSID_FFDecoderNVidia, "FFDecoderNVidia", "NVidia Decoder Class", IDR_FFDECODER_NVIDIA,
-           &CreateFFDecoderNVidia},
-          {&CLSID_FFDecoderQuickSync, "FFDecoderQuickSync", "Intel QuickSync Decoder Class",
-           IDR_FFDECODER_QUICKSYNC, &CreateFFDecoderQuickSync},
-          {&CLSID_FFFrame, "FFFrame", "FFmpeg Frame Class", IDR_FFFRAME, &CreateFFFrame},
-          {&CLSID_FFAudioBuffer, "FFAudioBuffer", "FFmpeg Audio Buffer Class", IDR_FFAUDIOBUFFER,
-           &CreateFFAudioBuffer},
-          {&CLSID_FFPacket, "FFPacket", "FFmpeg Packet Class", IDR_FFPACKET, &CreateFFPacket},
-      },
+      ClassRowsOf(kFFClassTable, CreatorOf),
       [](int nResource) -> std::string {
         for (const auto& script : kEmbeddedScripts)
           if (script.nResource == nResource) return std::string(script.text);

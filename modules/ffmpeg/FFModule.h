@@ -5,17 +5,9 @@
 
 namespace vc::ff {
 
-// Registrar script numbers of this module (its own numbering).
-enum {
-  IDR_FFMODULE = 101,
-  IDR_FFSPLITTER = 201,
-  IDR_FFDECODER = 202,
-  IDR_FFDECODER_NVIDIA = 203,
-  IDR_FFDECODER_QUICKSYNC = 204,
-  IDR_FFFRAME = 205,
-  IDR_FFAUDIOBUFFER = 206,
-  IDR_FFPACKET = 207,
-};
+// The module's own registrar script; each class's script number is in
+// res/FFClassTable.cmake with the class.
+enum { IDR_FFMODULE = 101 };
 
 CVCModule& FFmpegModule();
 
