@@ -30,7 +30,8 @@ consteval bool RowIs(std::string_view svName, const CLSID& clsid, int nScript) {
 }
 
 static_assert(std::size(kCoreClassTable) == 4, "the core module serves the four facades");
-static_assert(std::ranges::all_of(kCoreClassTable, [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
+static_assert(std::ranges::all_of(kCoreClassTable,
+                                  [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
               "every row of the class table needs a facade");
 static_assert(RowIs("VCSplitter", CLSID_VCSplitter, IDR_VCSPLITTER), "the IDL and the class table disagree");
 static_assert(RowIs("VCDecoder", CLSID_VCDecoder, IDR_VCDECODER), "the IDL and the class table disagree");
@@ -40,8 +41,7 @@ static_assert(RowIs("VCMuxer", CLSID_VCMuxer, IDR_VCMUXER), "the IDL and the cla
 }  // namespace
 
 CVCModule& CoreModule() {
-  static CVCModule s_module(
-ClassRowsOf(kCoreClassTable, CreatorOf), &LoadRegistryScriptResource);
+  static CVCModule s_module(ClassRowsOf(kCoreClassTable, CreatorOf), &LoadRegistryScriptResource);
   return s_module;
 }
 

@@ -21,7 +21,8 @@ constexpr PFN_KCREATE CreatorOf(std::string_view svName) {
   return nullptr;
 }
 
-static_assert(std::ranges::all_of(kFFClassTable, [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
+static_assert(std::ranges::all_of(kFFClassTable,
+                                  [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
               "every row of the class table needs a creator");
 // The facades find these classes by the identifiers they are built with.
 static_assert(SameGuid(CLSID_FFSplitter, CLSID_GeneralSplitter), "the facades name another general splitter");
