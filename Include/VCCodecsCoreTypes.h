@@ -557,6 +557,9 @@ struct K_STREAM_INFO {
   LONG nBlockAlign;
   LONG nBitsPerCodedSample;
   LONG nBitrate;
+  // In a record a method hands out (an out record), a fresh string that
+  // the caller frees with SysFreeString, like every out string. In a
+  // record passed in, the caller's.
   BSTR bsCodecNameOrTag;
 };
 
@@ -694,6 +697,11 @@ struct IVCFrame;
 struct IVCAudioBuffer;
 
 // Demultiplexer: opens a source and delivers its packets per stream.
+// Strings, on every interface: an input string stays the caller's and is
+// read up to its terminating zero, so a plain zero-terminated wide string
+// serves. Every output string, the BSTR inside an out record included, is a
+// fresh allocation the caller frees with SysFreeString; a failed call leaves
+// its out strings null.
 struct IVCSplitter : public IUnknown {
   virtual HRESULT STDMETHODCALLTYPE SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) = 0;
   virtual HRESULT STDMETHODCALLTYPE SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG* _pnStreamsCount,

@@ -1,4 +1,6 @@
-// The module's exported entry points. Thin: everything is in CVCModule.
+// The module's exported entry points. Thin: everything is in CVCModule;
+// each converts an exception into its HRESULT here, at the boundary.
+#include "VCGuard.h"
 #include "VCModule.h"
 
 #if defined(_WIN32)
@@ -9,18 +11,37 @@
 #endif
 
 VC_ENTRY DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
+  VC_GUARD_BEGIN
   return vc::CoreModule().GetClassObject(rclsid, riid, ppv);
+  VC_GUARD_END
 }
 
-VC_ENTRY DllCanUnloadNow() { return vc::CoreModule().CanUnloadNow(); }
+VC_ENTRY DllCanUnloadNow() {
+  VC_GUARD_BEGIN
+  return vc::CoreModule().CanUnloadNow();
+  VC_GUARD_END
+}
 
-VC_ENTRY DllRegisterServer() { return vc::CoreModule().RegisterServer(); }
+VC_ENTRY DllRegisterServer() {
+  VC_GUARD_BEGIN
+  return vc::CoreModule().RegisterServer();
+  VC_GUARD_END
+}
 
-VC_ENTRY DllUnregisterServer() { return vc::CoreModule().UnregisterServer(); }
+VC_ENTRY DllUnregisterServer() {
+  VC_GUARD_BEGIN
+  return vc::CoreModule().UnregisterServer();
+  VC_GUARD_END
+}
 
-VC_ENTRY DllInstall(BOOL bInstall, LPCWSTR pszCmdLine) { return vc::CoreModule().Install(bInstall, pszCmdLine); }
+VC_ENTRY DllInstall(BOOL bInstall, LPCWSTR pszCmdLine) {
+  VC_GUARD_BEGIN
+  return vc::CoreModule().Install(bInstall, pszCmdLine);
+  VC_GUARD_END
+}
 
 VC_ENTRY DllGetVersion(DLLVERSIONINFO* pdvi) {
+  VC_GUARD_BEGIN
   if (!pdvi) return E_POINTER;
   if (pdvi->cbSize < sizeof(DLLVERSIONINFO)) return E_INVALIDARG;
   pdvi->dwMajorVersion = VC_VERSION_MAJOR;
@@ -28,4 +49,5 @@ VC_ENTRY DllGetVersion(DLLVERSIONINFO* pdvi) {
   pdvi->dwBuildNumber = VC_VERSION_PATCH;
   pdvi->dwPlatformID = DLLVER_PLATFORM_NT;
   return S_OK;
+  VC_GUARD_END
 }

@@ -261,11 +261,9 @@ HRESULT CVCModule::UnregisterServer() {
 }
 
 HRESULT CVCModule::Install(BOOL bInstall, LPCWSTR pszCmdLine) {
-  // "user" compared without regard to case over its four letters and the
-  // terminating zero, so "users" does not select per-user registration.
-  static constexpr char kUser[] = "user";
-  bool bUser = pszCmdLine != nullptr;
-  for (int i = 0; bUser && i < 5; ++i) bUser = ToLowerAscii(pszCmdLine[i]) == static_cast<OLECHAR>(kUser[i]);
+  // The whole command line is "user" (any letter case), so "users" does not
+  // select per-user registration.
+  const bool bUser = StrIEquals(InString(pszCmdLine), W("user"));
 
   const bool bWasPerUser = m_bPerUser;
   if (bUser) m_bPerUser = true;

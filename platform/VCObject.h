@@ -18,6 +18,7 @@
 #include <type_traits>
 
 #include "VCComPtr.h"
+#include "VCGuard.h"
 #include "VCGuid.h"
 #include "VCPlatform.h"
 
@@ -255,15 +256,19 @@ class CKClassFactory final : public IClassFactory {
   }
 
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppvObject) override {
+    VC_GUARD_BEGIN
     if (!ppvObject) return E_POINTER;
     *ppvObject = nullptr;
     if (pUnkOuter && !IsEqualIID(riid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
     return m_pfnCreate(pUnkOuter, riid, ppvObject);
+    VC_GUARD_END
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL fLock) override {
+    VC_GUARD_BEGIN
     if (fLock) ModuleLock();
     else ModuleUnlock();
     return S_OK;
+    VC_GUARD_END
   }
 
  private:

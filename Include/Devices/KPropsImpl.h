@@ -64,6 +64,7 @@
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
 #include "VCCritSec.h"
+#include "VCGuard.h"
 #include "VCLog.h"
 #include "VCStrings.h"
 
@@ -92,58 +93,66 @@ class IKPropsImpl : public IVCProps {
 
   // --- IVCProps ---
   HRESULT STDMETHODCALLTYPE PropsSet(BSTR _bsPropName, BSTR _bsPropValue) override {
-    const HRESULT hr = _Guard([&] { return _Set(_bsPropName, _bsPropValue); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _Set(_bsPropName, _bsPropValue); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsSet(%ws) FAILED hr=%08X\n", _bsPropName, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsGet(BSTR _bsPropName, BSTR* _pbsPropValue) override {
-    const HRESULT hr = _Guard([&] { return _Get(_bsPropName, _pbsPropValue); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _Get(_bsPropName, _pbsPropValue); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsGet(%ws) FAILED hr=%08X\n", _bsPropName, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsGetCount(BSTR _bsNodeName, LONG* _pnCount) override {
-    const HRESULT hr = _Guard([&] { return _GetCount(_bsNodeName, _pnCount); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _GetCount(_bsNodeName, _pnCount); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsGetCount(%ws) FAILED hr=%08X\n", _bsNodeName, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsGetByIndex(BSTR _bsNodeName, LONG _nIndex, BSTR* _pbsPropName, BSTR* _pbsPropValue,
                                             BOOL* _pbNode) override {
-    const HRESULT hr =
-        _Guard([&] { return _GetByIndex(_bsNodeName, _nIndex, _pbsPropName, _pbsPropValue, _pbNode); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _GetByIndex(_bsNodeName, _nIndex, _pbsPropName, _pbsPropValue, _pbNode); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsGetByIndex(%ws, %d) FAILED hr=%08X\n", _bsNodeName, _nIndex, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsRemove(BSTR _bsPropName) override {
-    const HRESULT hr = _Guard([&] { return _Remove(_bsPropName); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION, [&] { return _Remove(_bsPropName); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsRemove(%ws) FAILED hr=%08X\n", _bsPropName, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsInfoGet(BSTR _bsPropName, eKInfoType _eType, BSTR* _pbsInfo) override {
-    const HRESULT hr = _Guard([&] { return _InfoGet(_bsPropName, _eType, _pbsInfo); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _InfoGet(_bsPropName, _eType, _pbsInfo); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsInfoGet(%ws, %d) FAILED hr=%08X\n", _bsPropName, _eType, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsOptionGetCount(BSTR _bsPropName, LONG* _pnOptionCount) override {
-    const HRESULT hr = _Guard([&] { return _OptionGetCount(_bsPropName, _pnOptionCount); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _OptionGetCount(_bsPropName, _pnOptionCount); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsOptionGetCount(%ws) FAILED hr=%08X\n", _bsPropName, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsOptionGetByIndex(BSTR _bsPropName, LONG _nOptionIdx, BSTR* _pbsOptionValue,
                                                   BSTR* _pbsHelp) override {
-    const HRESULT hr = _Guard([&] { return _OptionGetByIndex(_bsPropName, _nOptionIdx, _pbsOptionValue, _pbsHelp); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _OptionGetByIndex(_bsPropName, _nOptionIdx, _pbsOptionValue, _pbsHelp); });
     if (FAILED(hr))
       VC_LOG(eVCLL_Error, "PropsOptionGetByIndex(%ws, %d) FAILED hr=%08X\n", _bsPropName, _nOptionIdx, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsOptionSetByIndex(BSTR _bsPropName, LONG _nOptionInx) override {
-    const HRESULT hr = _Guard([&] { return _OptionSetByIndex(_bsPropName, _nOptionInx); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _OptionSetByIndex(_bsPropName, _nOptionInx); });
     if (FAILED(hr))
       VC_LOG(eVCLL_Error, "PropsOptionSetByIndex(%ws, %d) FAILED hr=%08X\n", _bsPropName, _nOptionInx, hr);
     return hr;
   }
   HRESULT STDMETHODCALLTYPE PropsOptionGet(BSTR _bsPropName, LONG* _pnOptionIdx, BSTR* _pbsOptionValue,
                                            BSTR* _pbsHelp) override {
-    const HRESULT hr = _Guard([&] { return _OptionGet(_bsPropName, _pnOptionIdx, _pbsOptionValue, _pbsHelp); });
+    const HRESULT hr = ::vc::GuardCall(__FILE__, __LINE__, VC_FUNCTION,
+        [&] { return _OptionGet(_bsPropName, _pnOptionIdx, _pbsOptionValue, _pbsHelp); });
     if (FAILED(hr)) VC_LOG(eVCLL_Error, "PropsOptionGet(%ws) FAILED hr=%08X\n", _bsPropName, hr);
     return hr;
   }
@@ -168,17 +177,6 @@ class IKPropsImpl : public IVCProps {
   enum class eDelegation { eFacadeAndRuntime, eRuntimeOnly };
 
   T* _Self() { return static_cast<T*>(this); }
-
-  template <class F>
-  static HRESULT _Guard(F&& fnBody) noexcept {
-    try {
-      return fnBody();
-    } catch (const std::bad_alloc&) {
-      return E_OUTOFMEMORY;
-    } catch (...) {
-      return E_UNEXPECTED;
-    }
-  }
 
   // S_OK with pd->cpProps set when a delegate takes the call, S_OK with none
   // when it stays local; a failure of the facade's routing is returned.

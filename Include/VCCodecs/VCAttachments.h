@@ -4,7 +4,10 @@
 // string under the name of a data block replaces the block.
 //
 // The store answers the IVCSideData calls of the object that holds it (the
-// stream argument is the holder's business). Thread-safe: one small lock.
+// stream argument is the holder's business), so each of its HRESULT methods
+// converts exceptions itself and reads names and values up to their
+// terminating zero. Names handed out are fresh strings the caller frees.
+// Thread-safe: one small lock.
 // Views of bytes handed out stay valid until that entry is set or removed
 // again, or the holder goes.
 #pragma once

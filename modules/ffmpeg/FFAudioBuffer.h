@@ -30,32 +30,18 @@
 #pragma once
 
 #include <map>
-#include <new>
 #include <memory>
 #include <string>
 
 #include "FFAudioBufferLine.h"
 #include "VCCodecsCore.h"
 #include "VCCritSec.h"
+#include "VCGuard.h"
 #include "VCObject.h"
 #include "VCLog.h"
 #include "VCStrings.h"
 
 namespace vc::ff {
-
-namespace abuf {
-// Exceptions never leave an interface method: allocation failures become
-// E_OUTOFMEMORY.
-template <class F>
-HRESULT Guarded(F&& f) {
-  try {
-    return f();
-  } catch (const std::bad_alloc&) {
-    VC_LOG(eVCLL_Error, "out of memory\n");
-    return E_OUTOFMEMORY;
-  }
-}
-}  // namespace abuf
 
 class CFFAudioBuffer : public CKObjectRoot, public IVCAudioBuffer {
  public:

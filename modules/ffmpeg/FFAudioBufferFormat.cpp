@@ -99,7 +99,7 @@ struct CRoute {
 
 bool ParseChannelListOrLog(BSTR bsLine, BSTR bsList, const K_AUD_PROPS& props, CChannelSelection* pSel) {
   std::string strWhy;
-  if (ParseChannelList(View(bsList), props, pSel, &strWhy)) return true;
+  if (ParseChannelList(InString(bsList), props, pSel, &strWhy)) return true;
   VC_LOG(eVCLL_Error, "(%ws) channels '%ws': %s\n", bsLine, bsList, strWhy.c_str());
   return false;
 }

@@ -15,7 +15,6 @@ namespace vc::ff {
 using abuf::CAudioRef;
 using abuf::CChannelSelection;
 using abuf::CGainRamp;
-using abuf::Guarded;
 
 namespace {
 
@@ -92,66 +91,67 @@ std::vector<int> ChannelRange(int nFirst, int nCount) {
 }  // namespace
 
 HRESULT CFFAudioBuffer::BufferFramePut(BSTR _bsLine, IVCFrame* _pFrame, BSTR _bsChannelsListOrTrack) {
+  VC_GUARD_BEGIN
   if (!_pFrame) {
     VC_LOG(eVCLL_Error, "(%ws) no frame\n", _bsLine);
     return E_POINTER;
   }
-  return Guarded([&]() -> HRESULT {
-    CKAutoLock lock(m_csLock);
-    CFrameAudio audio;
-    HRESULT hr = ReadFrameAudio(_pFrame, &audio);
-    if (FAILED(hr)) return hr;
-    if (!audio.HasAudio()) return S_FALSE;
-    K_TIME time{};
-    const LONGLONG rtTime = SUCCEEDED(_pFrame->VCTimeGet(&time)) && HasTime(time) ? time.rtStartTime : VC_TIME_UNSET;
-    const abuf::CSourceAudio src{audio.pb, audio.props, audio.nSamples, 0};
-    return _Put(_bsLine, src, _bsChannelsListOrTrack, rtTime);
-  });
+  CKAutoLock lock(m_csLock);
+  CFrameAudio audio;
+  HRESULT hr = ReadFrameAudio(_pFrame, &audio);
+  if (FAILED(hr)) return hr;
+  if (!audio.HasAudio()) return S_FALSE;
+  K_TIME time{};
+  const LONGLONG rtTime = SUCCEEDED(_pFrame->VCTimeGet(&time)) && HasTime(time) ? time.rtStartTime : VC_TIME_UNSET;
+  const abuf::CSourceAudio src{audio.pb, audio.props, audio.nSamples, 0};
+  return _Put(_bsLine, src, _bsChannelsListOrTrack, rtTime);
+  VC_GUARD_END
 }
 
 HRESULT CFFAudioBuffer::BufferFrameFill(BSTR _bsLine, IVCFrame* _pFrame, LONG* _plSamples, BSTR _bsChannelsList) {
+  VC_GUARD_BEGIN
   if (!_pFrame || !_plSamples) {
     VC_LOG(eVCLL_Error, "(%ws) no frame or no count\n", _bsLine);
     return E_POINTER;
   }
-  return Guarded([&]() -> HRESULT {
-    CKAutoLock lock(m_csLock);
-    CLine* pLine = _NonEmptyLine(_bsLine, _plSamples);
-    if (!pLine) return S_FALSE;
-    CChannelSelection sel;
-    if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel)) return E_INVALIDARG;
-    CFrameAudio frame;
-    HRESULT hr = ReadFrameAudio(_pFrame, &frame);
-    if (FAILED(hr)) return hr;
+  CKAutoLock lock(m_csLock);
+  CLine* pLine = _NonEmptyLine(_bsLine, _plSamples);
+  if (!pLine) return S_FALSE;
+  CChannelSelection sel;
+  if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel)) return E_INVALIDARG;
+  CFrameAudio frame;
+  HRESULT hr = ReadFrameAudio(_pFrame, &frame);
+  if (FAILED(hr)) return hr;
 
-    K_AUD_PROPS props = frame.props;
-    size_t n = frame.nSamples;
-    if (!frame.HasAudio()) {
-      props = pLine->Props();
-      props.nChannels = static_cast<LONG>(sel.vecChannels.size());
-      props.nTrackSplitBits = sel.nTrackSplitBits;
-      n = pLine->Samples();
-    }
-    if (*_plSamples > 0) n = static_cast<size_t>(*_plSamples);
-    if (!SameRateOrLog(_bsLine, pLine->Props().nSamplesPerSec, props.nSamplesPerSec)) return E_INVALIDARG;
+  K_AUD_PROPS props = frame.props;
+  size_t n = frame.nSamples;
+  if (!frame.HasAudio()) {
+    props = pLine->Props();
+    props.nChannels = static_cast<LONG>(sel.vecChannels.size());
+    props.nTrackSplitBits = sel.nTrackSplitBits;
+    n = pLine->Samples();
+  }
+  if (*_plSamples > 0) n = static_cast<size_t>(*_plSamples);
+  if (!SameRateOrLog(_bsLine, pLine->Props().nSamplesPerSec, props.nSamplesPerSec)) return E_INVALIDARG;
 
-    const size_t nTaken = std::min(n, pLine->Samples());
-    std::vector<uint8_t> vecAudio(n * abuf::BlockAlign(props));
-    abuf::FillSilence(vecAudio.data(), vecAudio.size(), props.nBitsPerSample);
-    const CAudioRef dst{vecAudio.data(), props.nChannels, props.nBitsPerSample};
-    abuf::RenderSamples(pLine->Ref(), sel.vecChannels, CGainRamp(), dst, abuf::AllChannels(props.nChannels), nullptr,
-                        nTaken);
-    hr = SetFrameAudio(_pFrame, props, vecAudio);
-    if (FAILED(hr)) return hr;
-    pLine->Drop(nTaken);
-    *_plSamples = static_cast<LONG>(nTaken);
-    return S_OK;
-  });
+  const size_t nTaken = std::min(n, pLine->Samples());
+  std::vector<uint8_t> vecAudio(n * abuf::BlockAlign(props));
+  abuf::FillSilence(vecAudio.data(), vecAudio.size(), props.nBitsPerSample);
+  const CAudioRef dst{vecAudio.data(), props.nChannels, props.nBitsPerSample};
+  abuf::RenderSamples(pLine->Ref(), sel.vecChannels, CGainRamp(), dst, abuf::AllChannels(props.nChannels), nullptr,
+                      nTaken);
+  hr = SetFrameAudio(_pFrame, props, vecAudio);
+  if (FAILED(hr)) return hr;
+  pLine->Drop(nTaken);
+  *_plSamples = static_cast<LONG>(nTaken);
+  return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFAudioBuffer::BufferFrameMix(BSTR _bsLineFrom, IVCFrame* _pFrameTo, LONG* _plSamplesMix,
                                        double _dblGainFromStartDb, double _dblGainFromEndDb, BSTR _bsChannelsListIn,
                                        BSTR _bsChannelsListOut) {
+  VC_GUARD_BEGIN
   if (!_pFrameTo) {
     VC_LOG(eVCLL_Error, "(%ws) no frame\n", _bsLineFrom);
     return E_POINTER;
@@ -161,136 +161,135 @@ HRESULT CFFAudioBuffer::BufferFrameMix(BSTR _bsLineFrom, IVCFrame* _pFrameTo, LO
     return E_INVALIDARG;
   }
   if (_plSamplesMix) *_plSamplesMix = 0;
-  return Guarded([&]() -> HRESULT {
-    CKAutoLock lock(m_csLock);
-    CFrameAudio frame;
-    HRESULT hr = ReadFrameAudio(_pFrameTo, &frame);
-    if (FAILED(hr)) return hr;
-    if (!frame.HasAudio()) {
-      VC_LOG(eVCLL_Error, "(%ws) the frame holds no audio to mix into\n", _bsLineFrom);
-      return E_INVALIDARG;
-    }
-    CLine* pLine = _NonEmptyLine(_bsLineFrom, nullptr);
-    if (!pLine) return S_FALSE;
-    CChannelSelection selIn, selOut;
-    if (!abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListIn, pLine->Props(), &selIn) ||
-        !abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListOut, frame.props, &selOut) ||
-        !SameRateOrLog(_bsLineFrom, pLine->Props().nSamplesPerSec, frame.props.nSamplesPerSec))
-      return E_INVALIDARG;
+  CKAutoLock lock(m_csLock);
+  CFrameAudio frame;
+  HRESULT hr = ReadFrameAudio(_pFrameTo, &frame);
+  if (FAILED(hr)) return hr;
+  if (!frame.HasAudio()) {
+    VC_LOG(eVCLL_Error, "(%ws) the frame holds no audio to mix into\n", _bsLineFrom);
+    return E_INVALIDARG;
+  }
+  CLine* pLine = _NonEmptyLine(_bsLineFrom, nullptr);
+  if (!pLine) return S_FALSE;
+  CChannelSelection selIn, selOut;
+  if (!abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListIn, pLine->Props(), &selIn) ||
+      !abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListOut, frame.props, &selOut) ||
+      !SameRateOrLog(_bsLineFrom, pLine->Props().nSamplesPerSec, frame.props.nSamplesPerSec))
+    return E_INVALIDARG;
 
-    const size_t n = std::min(frame.nSamples, pLine->Samples());
-    std::vector<uint8_t> vecAudio(frame.pb, frame.pb + frame.nSamples * abuf::BlockAlign(frame.props));
-    const CAudioRef dst{vecAudio.data(), frame.props.nChannels, frame.props.nBitsPerSample};
-    const CGainRamp unity;
-    abuf::RenderSamples(pLine->Ref(), selIn.vecChannels, CGainRamp(_dblGainFromStartDb, _dblGainFromEndDb, n), dst,
-                        selOut.vecChannels, &unity, n);
-    hr = SetFrameAudio(_pFrameTo, frame.props, vecAudio);
-    if (FAILED(hr)) return hr;
-    pLine->Drop(n);
-    if (_plSamplesMix) *_plSamplesMix = static_cast<LONG>(n);
-    return S_OK;
-  });
+  const size_t n = std::min(frame.nSamples, pLine->Samples());
+  std::vector<uint8_t> vecAudio(frame.pb, frame.pb + frame.nSamples * abuf::BlockAlign(frame.props));
+  const CAudioRef dst{vecAudio.data(), frame.props.nChannels, frame.props.nBitsPerSample};
+  const CGainRamp unity;
+  abuf::RenderSamples(pLine->Ref(), selIn.vecChannels, CGainRamp(_dblGainFromStartDb, _dblGainFromEndDb, n), dst,
+                      selOut.vecChannels, &unity, n);
+  hr = SetFrameAudio(_pFrameTo, frame.props, vecAudio);
+  if (FAILED(hr)) return hr;
+  pLine->Drop(n);
+  if (_plSamplesMix) *_plSamplesMix = static_cast<LONG>(n);
+  return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFAudioBuffer::BufferFrameChannelsAppend(BSTR _bsLine, IVCFrame* _pFrame, LONG* _plSamplesAppend,
                                                   BSTR _bsChannelsList) {
+  VC_GUARD_BEGIN
   if (!_pFrame || !_plSamplesAppend) {
     VC_LOG(eVCLL_Error, "(%ws) no frame or no count\n", _bsLine);
     return E_POINTER;
   }
-  return Guarded([&]() -> HRESULT {
-    CKAutoLock lock(m_csLock);
-    CLine* pLine = _NonEmptyLine(_bsLine, _plSamplesAppend);
-    if (!pLine) return S_FALSE;
-    CFrameAudio frame;
-    HRESULT hr = ReadFrameAudio(_pFrame, &frame);
-    if (FAILED(hr)) return hr;
-    if (!frame.HasAudio()) return BufferFrameFill(_bsLine, _pFrame, _plSamplesAppend, _bsChannelsList);
-    CChannelSelection sel;
-    if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel) ||
-        !SameRateOrLog(_bsLine, pLine->Props().nSamplesPerSec, frame.props.nSamplesPerSec))
-      return E_INVALIDARG;
-    const LONG nOldCh = frame.props.nChannels;
-    const LONG nNewCh = nOldCh + static_cast<LONG>(sel.vecChannels.size());
-    if (nNewCh > abuf::kMaxChannels) {
-      VC_LOG(eVCLL_Error, "(%ws) %d channel(s) would be more than %d\n", _bsLine, nNewCh, abuf::kMaxChannels);
-      return E_INVALIDARG;
-    }
-    // The appended channels form a track of their own, keeping the tracks
-    // they had in the line.
-    K_AUD_PROPS props = frame.props;
-    props.nChannels = nNewCh;
-    const uint64_t llSplits = (static_cast<uint64_t>(static_cast<uint32_t>(sel.nTrackSplitBits)) | 1u) << nOldCh;
-    props.nTrackSplitBits = static_cast<LONG>(static_cast<uint32_t>(frame.props.nTrackSplitBits) |
-                                              static_cast<uint32_t>(llSplits & 0xFFFFFFFFu));
+  CKAutoLock lock(m_csLock);
+  CLine* pLine = _NonEmptyLine(_bsLine, _plSamplesAppend);
+  if (!pLine) return S_FALSE;
+  CFrameAudio frame;
+  HRESULT hr = ReadFrameAudio(_pFrame, &frame);
+  if (FAILED(hr)) return hr;
+  if (!frame.HasAudio()) return BufferFrameFill(_bsLine, _pFrame, _plSamplesAppend, _bsChannelsList);
+  CChannelSelection sel;
+  if (!abuf::ParseChannelListOrLog(_bsLine, _bsChannelsList, pLine->Props(), &sel) ||
+      !SameRateOrLog(_bsLine, pLine->Props().nSamplesPerSec, frame.props.nSamplesPerSec))
+    return E_INVALIDARG;
+  const LONG nOldCh = frame.props.nChannels;
+  const LONG nNewCh = nOldCh + static_cast<LONG>(sel.vecChannels.size());
+  if (nNewCh > abuf::kMaxChannels) {
+    VC_LOG(eVCLL_Error, "(%ws) %d channel(s) would be more than %d\n", _bsLine, nNewCh, abuf::kMaxChannels);
+    return E_INVALIDARG;
+  }
+  // The appended channels form a track of their own, keeping the tracks
+  // they had in the line.
+  K_AUD_PROPS props = frame.props;
+  props.nChannels = nNewCh;
+  const uint64_t llSplits = (static_cast<uint64_t>(static_cast<uint32_t>(sel.nTrackSplitBits)) | 1u) << nOldCh;
+  props.nTrackSplitBits = static_cast<LONG>(static_cast<uint32_t>(frame.props.nTrackSplitBits) |
+                                            static_cast<uint32_t>(llSplits & 0xFFFFFFFFu));
 
-    const size_t n = frame.nSamples;
-    const size_t nWant = *_plSamplesAppend > 0 ? std::min(n, static_cast<size_t>(*_plSamplesAppend)) : n;
-    const size_t nTaken = std::min(nWant, pLine->Samples());
-    std::vector<uint8_t> vecAudio(n * abuf::BlockAlign(props));
-    abuf::FillSilence(vecAudio.data(), vecAudio.size(), props.nBitsPerSample);
-    const CAudioRef dst{vecAudio.data(), props.nChannels, props.nBitsPerSample};
-    const std::vector<int> vecOld = abuf::AllChannels(nOldCh);
-    abuf::RenderSamples(frame.Ref(), vecOld, CGainRamp(), dst, vecOld, nullptr, n);
-    abuf::RenderSamples(pLine->Ref(), sel.vecChannels, CGainRamp(), dst,
-                        ChannelRange(nOldCh, static_cast<int>(sel.vecChannels.size())), nullptr, nTaken);
-    hr = SetFrameAudio(_pFrame, props, vecAudio);
-    if (FAILED(hr)) return hr;
-    pLine->Drop(nTaken);
-    *_plSamplesAppend = static_cast<LONG>(nTaken);
-    return S_OK;
-  });
+  const size_t n = frame.nSamples;
+  const size_t nWant = *_plSamplesAppend > 0 ? std::min(n, static_cast<size_t>(*_plSamplesAppend)) : n;
+  const size_t nTaken = std::min(nWant, pLine->Samples());
+  std::vector<uint8_t> vecAudio(n * abuf::BlockAlign(props));
+  abuf::FillSilence(vecAudio.data(), vecAudio.size(), props.nBitsPerSample);
+  const CAudioRef dst{vecAudio.data(), props.nChannels, props.nBitsPerSample};
+  const std::vector<int> vecOld = abuf::AllChannels(nOldCh);
+  abuf::RenderSamples(frame.Ref(), vecOld, CGainRamp(), dst, vecOld, nullptr, n);
+  abuf::RenderSamples(pLine->Ref(), sel.vecChannels, CGainRamp(), dst,
+                      ChannelRange(nOldCh, static_cast<int>(sel.vecChannels.size())), nullptr, nTaken);
+  hr = SetFrameAudio(_pFrame, props, vecAudio);
+  if (FAILED(hr)) return hr;
+  pLine->Drop(nTaken);
+  *_plSamplesAppend = static_cast<LONG>(nTaken);
+  return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFAudioBuffer::BufferLinesMix(BSTR _bsLineFrom, BSTR _bsLineTo, LONG* _plSamplesMix,
                                        double _dblGainFromStartDb, double _dblGainFromEndDb, double _dblGainToStartDb,
                                        double _dblGainToEndDb, BSTR _bsChannelsListIn, BSTR _bsChannelsListOut) {
+  VC_GUARD_BEGIN
   if (!_plSamplesMix) {
     VC_LOG(eVCLL_Error, "(%ws) no count\n", _bsLineFrom);
     return E_POINTER;
   }
   if (!abuf::IsGainDb(_dblGainFromStartDb) || !abuf::IsGainDb(_dblGainFromEndDb) ||
       !abuf::IsGainDb(_dblGainToStartDb) || !abuf::IsGainDb(_dblGainToEndDb) ||
-      StrIEquals(View(_bsLineFrom), View(_bsLineTo))) {
+      StrIEquals(InString(_bsLineFrom), InString(_bsLineTo))) {
     VC_LOG(eVCLL_Error, "(%ws) into (%ws), gains %g..%g and %g..%g dB: bad argument\n", _bsLineFrom, _bsLineTo,
            _dblGainFromStartDb, _dblGainFromEndDb, _dblGainToStartDb, _dblGainToEndDb);
     return E_INVALIDARG;
   }
-  return Guarded([&]() -> HRESULT {
-    CKAutoLock lock(m_csLock);
-    CLine* pFrom = _NonEmptyLine(_bsLineFrom, _plSamplesMix);
-    if (!pFrom) return S_FALSE;
-    CChannelSelection selIn, selOut;
-    if (!abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListIn, pFrom->Props(), &selIn)) return E_INVALIDARG;
-    // Everything is checked against To's format, existing or to be, before
-    // To is created.
-    CLine* pTo = _FindLine(_bsLineTo);
-    K_AUD_PROPS propsTo = pFrom->Props();
-    if (pTo && pTo->HasProps()) {
-      propsTo = pTo->Props();
-    } else {
-      propsTo.nChannels = static_cast<LONG>(selIn.vecChannels.size());
-      propsTo.nTrackSplitBits = selIn.nTrackSplitBits;
-    }
-    if (!abuf::ParseChannelListOrLog(_bsLineTo, _bsChannelsListOut, propsTo, &selOut) ||
-        !SameRateOrLog(_bsLineFrom, pFrom->Props().nSamplesPerSec, propsTo.nSamplesPerSec))
-      return E_INVALIDARG;
-    if (!pTo || !pTo->HasProps()) {
-      pTo = &_LineFor(_bsLineTo);
-      HRESULT hr = pTo->SetProps(propsTo, true);
-      if (FAILED(hr)) return hr;
-    }
+  CKAutoLock lock(m_csLock);
+  CLine* pFrom = _NonEmptyLine(_bsLineFrom, _plSamplesMix);
+  if (!pFrom) return S_FALSE;
+  CChannelSelection selIn, selOut;
+  if (!abuf::ParseChannelListOrLog(_bsLineFrom, _bsChannelsListIn, pFrom->Props(), &selIn)) return E_INVALIDARG;
+  // Everything is checked against To's format, existing or to be, before
+  // To is created.
+  CLine* pTo = _FindLine(_bsLineTo);
+  K_AUD_PROPS propsTo = pFrom->Props();
+  if (pTo && pTo->HasProps()) {
+    propsTo = pTo->Props();
+  } else {
+    propsTo.nChannels = static_cast<LONG>(selIn.vecChannels.size());
+    propsTo.nTrackSplitBits = selIn.nTrackSplitBits;
+  }
+  if (!abuf::ParseChannelListOrLog(_bsLineTo, _bsChannelsListOut, propsTo, &selOut) ||
+      !SameRateOrLog(_bsLineFrom, pFrom->Props().nSamplesPerSec, propsTo.nSamplesPerSec))
+    return E_INVALIDARG;
+  if (!pTo || !pTo->HasProps()) {
+    pTo = &_LineFor(_bsLineTo);
+    HRESULT hr = pTo->SetProps(propsTo, true);
+    if (FAILED(hr)) return hr;
+  }
 
-    const size_t n =
-        *_plSamplesMix > 0 ? std::min(pFrom->Samples(), static_cast<size_t>(*_plSamplesMix)) : pFrom->Samples();
-    pTo->PadTo(n);
-    const CGainRamp gainTo(_dblGainToStartDb, _dblGainToEndDb, n);
-    abuf::RenderSamples(pFrom->Ref(), selIn.vecChannels, CGainRamp(_dblGainFromStartDb, _dblGainFromEndDb, n),
-                        pTo->Ref(), selOut.vecChannels, &gainTo, n);
-    pFrom->Drop(n);
-    *_plSamplesMix = static_cast<LONG>(n);
-    return S_OK;
-  });
+  const size_t n =
+      *_plSamplesMix > 0 ? std::min(pFrom->Samples(), static_cast<size_t>(*_plSamplesMix)) : pFrom->Samples();
+  pTo->PadTo(n);
+  const CGainRamp gainTo(_dblGainToStartDb, _dblGainToEndDb, n);
+  abuf::RenderSamples(pFrom->Ref(), selIn.vecChannels, CGainRamp(_dblGainFromStartDb, _dblGainFromEndDb, n),
+                      pTo->Ref(), selOut.vecChannels, &gainTo, n);
+  pFrom->Drop(n);
+  *_plSamplesMix = static_cast<LONG>(n);
+  return S_OK;
+  VC_GUARD_END
 }
 
 }  // namespace vc::ff

@@ -28,7 +28,7 @@ bool Usable(const K_STREAM_INFO& info) { return info.eMediaType != eVCMT_Empty; 
 
 // The audio buffer line named by the hints ("line=name"); empty by default.
 String LineFromHints(BSTR bsHints) {
-  const StringView hints = View(bsHints);
+  const StringView hints = InString(bsHints);
   if (hints.empty()) return {};
   XMLParse::XMLNodePtr spNode = XMLParse::CoXMLNode::Create();
   if (!spNode || FAILED(spNode->Parse(hints))) return {};
@@ -192,35 +192,33 @@ void CCoFFDecoder::_PublishInfo(const AVCodec* pCodec) {
 }
 
 HRESULT CCoFFDecoder::DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* _pVCPacket, BOOL* _pbSupported) {
+  VC_GUARD_BEGIN
   ClearOut(_pbSupported);
-  try {
-    CKStreamInfo info;
-    bool bHave = false;
-    if (_pVCPacket) {
-      // The packet's own description wins: it is what the packets really are.
-      K_STREAM_INFO packetInfo{};
-      if (SUCCEEDED(_pVCPacket->PacketStreamInfoGet(&packetInfo)) && Usable(packetInfo)) {
-        info = CKStreamInfo(packetInfo);
-        bHave = true;
-      }
-    }
-    if (!bHave && _pStreamInfo && Usable(*_pStreamInfo)) {
-      info = CKStreamInfo(*_pStreamInfo);
+  CKStreamInfo info;
+  bool bHave = false;
+  if (_pVCPacket) {
+    // The packet's own description wins: it is what the packets really are.
+    K_STREAM_INFO packetInfo{};
+    if (SUCCEEDED(_pVCPacket->PacketStreamInfoGet(&packetInfo)) && Usable(packetInfo)) {
+      info = CKStreamInfo(packetInfo);
       bHave = true;
     }
-    if (!bHave) {
-      VC_LOG(eVCLL_Retry, "%s decoder: no usable stream description (hr=%08X)\n", _DeviceLabel(), E_INVALIDARG);
-      return E_INVALIDARG;
-    }
-    std::lock_guard<std::mutex> lock(m_mtxDecode);
-    m_streamInfo = info;
-    const HRESULT hr = _Open(info);
-    if (FAILED(hr)) return hr;
-    if (_pbSupported) *_pbSupported = TRUE;
-    return S_OK;
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
   }
+  if (!bHave && _pStreamInfo && Usable(*_pStreamInfo)) {
+    info = CKStreamInfo(*_pStreamInfo);
+    bHave = true;
+  }
+  if (!bHave) {
+    VC_LOG(eVCLL_Retry, "%s decoder: no usable stream description (hr=%08X)\n", _DeviceLabel(), E_INVALIDARG);
+    return E_INVALIDARG;
+  }
+  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  m_streamInfo = info;
+  const HRESULT hr = _Open(info);
+  if (FAILED(hr)) return hr;
+  if (_pbSupported) *_pbSupported = TRUE;
+  return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CCoFFDecoder::_EnsureOpen(IVCPacket* pPacket) {
@@ -272,77 +270,73 @@ HRESULT CCoFFDecoder::_Feed(IVCPacket* pPacket) {
 
 HRESULT CCoFFDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentStart*/, K_AV_PROPS* _pAVPropsOut,
                                    IVCFrame** _ppFrame, BSTR /*_bsHints*/) {
+  VC_GUARD_BEGIN
   if (!_ppFrame) return E_POINTER;
   *_ppFrame = nullptr;
-  try {
-    CFFOutputForm form;
-    HRESULT hr = _OutputForm(_pAVPropsOut, &form);
+  CFFOutputForm form;
+  HRESULT hr = _OutputForm(_pAVPropsOut, &form);
+  if (FAILED(hr)) return hr;
+  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  if (!m_session.IsOpen()) {
+    if (!_pVCPacket) return VC_E_END_OF_MEDIA;  // nothing was decoding: nothing to drain
+    hr = _EnsureOpen(_pVCPacket);
     if (FAILED(hr)) return hr;
-    std::lock_guard<std::mutex> lock(m_mtxDecode);
-    if (!m_session.IsOpen()) {
-      if (!_pVCPacket) return VC_E_END_OF_MEDIA;  // nothing was decoding: nothing to drain
-      hr = _EnsureOpen(_pVCPacket);
-      if (FAILED(hr)) return hr;
-    }
-    hr = _Feed(_pVCPacket);
-    if (FAILED(hr)) return hr;
-    DecodedFramePtr spFrame(av_frame_alloc());
-    if (!spFrame) return E_OUTOFMEMORY;
-    K_TIME time{};
-    const int nErr = m_session.TakeFrame(form, spFrame.get(), &time);
-    if (nErr == AVERROR(EAGAIN)) return S_FALSE;
-    if (nErr == AVERROR_EOF) return VC_E_END_OF_MEDIA;
-    if (nErr < 0) {
-      hr = AvErrorToHr(nErr);
-      VC_LOG(eVCLL_Retry, "%s decoder '%s': decoded frame lost: %s (AVERROR %d, hr=%08X)\n", _DeviceLabel(),
-             m_pCodec ? m_pCodec->name : "", AvErrorText(nErr).c_str(), nErr, hr);
-      return hr;
-    }
-    if (!m_bFramePublished && m_pCodec) {
-      // Profile, level and the real picture size are known for sure now.
-      m_bFramePublished = true;
-      _PublishInfo(m_pCodec);
-      if (m_session.FellBackToSoftware())
-        VC_LOG(eVCLL_Retry, "%s decoder: the device cannot decode this stream; decoding in software\n",
-               _DeviceLabel());
-    }
-    hr = FrameFromAVFrame(spFrame.get(), time, m_session.FrameRate(), _ppFrame);
-    if (FAILED(hr)) VC_LOG(eVCLL_Error, "%s decoder: FrameFromAVFrame FAILED hr=%08X\n", _DeviceLabel(), hr);
-    return hr;
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
   }
+  hr = _Feed(_pVCPacket);
+  if (FAILED(hr)) return hr;
+  DecodedFramePtr spFrame(av_frame_alloc());
+  if (!spFrame) return E_OUTOFMEMORY;
+  K_TIME time{};
+  const int nErr = m_session.TakeFrame(form, spFrame.get(), &time);
+  if (nErr == AVERROR(EAGAIN)) return S_FALSE;
+  if (nErr == AVERROR_EOF) return VC_E_END_OF_MEDIA;
+  if (nErr < 0) {
+    hr = AvErrorToHr(nErr);
+    VC_LOG(eVCLL_Retry, "%s decoder '%s': decoded frame lost: %s (AVERROR %d, hr=%08X)\n", _DeviceLabel(),
+           m_pCodec ? m_pCodec->name : "", AvErrorText(nErr).c_str(), nErr, hr);
+    return hr;
+  }
+  if (!m_bFramePublished && m_pCodec) {
+    // Profile, level and the real picture size are known for sure now.
+    m_bFramePublished = true;
+    _PublishInfo(m_pCodec);
+    if (m_session.FellBackToSoftware())
+      VC_LOG(eVCLL_Retry, "%s decoder: the device cannot decode this stream; decoding in software\n",
+             _DeviceLabel());
+  }
+  hr = FrameFromAVFrame(spFrame.get(), time, m_session.FrameRate(), _ppFrame);
+  if (FAILED(hr)) VC_LOG(eVCLL_Error, "%s decoder: FrameFromAVFrame FAILED hr=%08X\n", _DeviceLabel(), hr);
+  return hr;
+  VC_GUARD_END
 }
 
 HRESULT CCoFFDecoder::DecodeAudio(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentStart*/, IVCAudioBuffer* _pAudioBuffer,
                                   LONG* _plSamplesDecode, BSTR _bsHints) {
+  VC_GUARD_BEGIN
   ClearOut(_plSamplesDecode);
   if (!_pAudioBuffer) return E_INVALIDARG;
-  try {
-    const String strLine = LineFromHints(_bsHints);
-    CBstr bsLine{StringView(strLine)};
-    std::lock_guard<std::mutex> lock(m_mtxDecode);
-    if (!m_session.IsOpen()) {
-      if (!_pVCPacket) return VC_E_END_OF_MEDIA;
-      const HRESULT hr = _EnsureOpen(_pVCPacket);
-      if (FAILED(hr)) return hr;
-    }
-    if (m_session.Context()->codec_type != AVMEDIA_TYPE_AUDIO) {
-      VC_LOG(eVCLL_Error, "%s decoder: DecodeAudio on a stream that is not audio\n", _DeviceLabel());
-      return E_INVALIDARG;
-    }
-    const HRESULT hrFeed = _Feed(_pVCPacket);
-    if (FAILED(hrFeed)) return hrFeed;
-    // The line's own sample width when it has one, else 16-bit.
-    CFFOutputForm form;
-    K_AUD_PROPS lineProps{};
-    LONG lLineSamples = 0;
-    if (_pAudioBuffer->BufferPropsGet(bsLine, &lineProps, &lLineSamples) == S_OK && lineProps.nBitsPerSample == 32)
-      form.audio.eSampleFmt = AV_SAMPLE_FMT_S32;
-    return _FillBuffer(_pAudioBuffer, bsLine, form, _plSamplesDecode);
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
+  const String strLine = LineFromHints(_bsHints);
+  CBstr bsLine{StringView(strLine)};
+  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  if (!m_session.IsOpen()) {
+    if (!_pVCPacket) return VC_E_END_OF_MEDIA;
+    const HRESULT hr = _EnsureOpen(_pVCPacket);
+    if (FAILED(hr)) return hr;
   }
+  if (m_session.Context()->codec_type != AVMEDIA_TYPE_AUDIO) {
+    VC_LOG(eVCLL_Error, "%s decoder: DecodeAudio on a stream that is not audio\n", _DeviceLabel());
+    return E_INVALIDARG;
+  }
+  const HRESULT hrFeed = _Feed(_pVCPacket);
+  if (FAILED(hrFeed)) return hrFeed;
+  // The line's own sample width when it has one, else 16-bit.
+  CFFOutputForm form;
+  K_AUD_PROPS lineProps{};
+  LONG lLineSamples = 0;
+  if (_pAudioBuffer->BufferPropsGet(bsLine, &lineProps, &lLineSamples) == S_OK && lineProps.nBitsPerSample == 32)
+    form.audio.eSampleFmt = AV_SAMPLE_FMT_S32;
+  return _FillBuffer(_pAudioBuffer, bsLine, form, _plSamplesDecode);
+  VC_GUARD_END
 }
 
 HRESULT CCoFFDecoder::_FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CFFOutputForm& form,
@@ -382,11 +376,13 @@ HRESULT CCoFFDecoder::_FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CF
 }
 
 HRESULT CCoFFDecoder::DecodeClose() {
+  VC_GUARD_BEGIN
   std::lock_guard<std::mutex> lock(m_mtxDecode);
   m_session.Close();
   m_spDevice.reset();
   m_pCodec = nullptr;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CreateFFDecoder(IUnknown* pOuter, REFIID riid, void** ppv) {

@@ -34,6 +34,7 @@ extern "C" {
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecsCore.h"
 #include "VCCritSec.h"
+#include "VCGuard.h"
 #include "VCObject.h"
 
 namespace vc::ff {

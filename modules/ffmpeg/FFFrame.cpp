@@ -318,12 +318,15 @@ const AVFrame* FrameAudioAVFrame(IVCFrame* pFrame) {
 // Properties, time, flags
 
 HRESULT CFFFrame::VCGetProcessID(DWORD* _pdwProcessID) {
+  VC_GUARD_BEGIN
   if (!_pdwProcessID) return E_POINTER;
   *_pdwProcessID = GetCurrentProcessId();
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) {
+  VC_GUARD_BEGIN
   if (!_pProps && !_plAudioSamples) {
     VC_LOG(eVCLL_Error, "no out-pointer FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -332,6 +335,7 @@ HRESULT CFFFrame::VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) {
   if (_pProps) *_pProps = m_content.props;
   if (_plAudioSamples) *_plAudioSamples = m_content.AudioSamples();
   return S_OK;
+  VC_GUARD_END
 }
 
 namespace {
@@ -389,7 +393,7 @@ HRESULT AudioFor(const K_AUD_PROPS& aud, BSTR bsRemap, const FrameContent& conte
   const AVFrame* pOld = content.pAudio.get();
   if (!pOld) return S_OK;
   std::vector<ChannelRoute> routes;
-  if (!ParseChannelList(View(bsRemap), content.props.audProps, &routes)) return E_INVALIDARG;
+  if (!ParseChannelList(InString(bsRemap), content.props.audProps, &routes)) return E_INVALIDARG;
   const int nOldBits = BitsFromSampleFormat(static_cast<AVSampleFormat>(pOld->format));
   if (routes.empty() && nOldBits == aud.nBitsPerSample && pOld->ch_layout.nb_channels == aud.nChannels) return S_OK;
   if (routes.empty()) routes = IdentityRoutes(std::min(pOld->ch_layout.nb_channels, aud.nChannels));
@@ -404,6 +408,7 @@ HRESULT AudioFor(const K_AUD_PROPS& aud, BSTR bsRemap, const FrameContent& conte
 }  // namespace
 
 HRESULT CFFFrame::VCAVPropsSet(K_AV_PROPS* _pProps, BSTR _bsChannelsRemap) {
+  VC_GUARD_BEGIN
   if (!_pProps) {
     VC_LOG(eVCLL_Error, "no properties FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -439,16 +444,20 @@ HRESULT CFFFrame::VCAVPropsSet(K_AV_PROPS* _pProps, BSTR _bsChannelsRemap) {
   SyncVideoProps(&m_content);
   SyncAudioProps(&m_content);
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCTimeGet(K_TIME* _pTime) {
+  VC_GUARD_BEGIN
   if (!_pTime) return E_POINTER;
   Lock lock(m_csLock);
   *_pTime = m_content.time;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCTimeSet(K_TIME* _pTime) {
+  VC_GUARD_BEGIN
   if (!_pTime) {
     VC_LOG(eVCLL_Error, "no time FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -457,9 +466,11 @@ HRESULT CFFFrame::VCTimeSet(K_TIME* _pTime) {
   Lock lock(m_csLock);
   m_content.time = time;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCFlagCheck(eKFrameFlags _eFlagCheck, LONG* _pnRes) {
+  VC_GUARD_BEGIN
   if (!_pnRes) return E_POINTER;
   uint32_t uFlags = 0;
   {
@@ -482,9 +493,11 @@ HRESULT CFFFrame::VCFlagCheck(eKFrameFlags _eFlagCheck, LONG* _pnRes) {
   }
   *_pnRes = bSet ? 1 : 0;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAllGet(VC_FRAME_INFO* _pFrameInfo) {
+  VC_GUARD_BEGIN
   if (!_pFrameInfo) return E_POINTER;
   Lock lock(m_csLock);
   if (!_MakePublicLayoutLocked()) {
@@ -514,12 +527,14 @@ HRESULT CFFFrame::VCAllGet(VC_FRAME_INFO* _pFrameInfo) {
   info.nStrCount = static_cast<LONG>(m_content.vecStr.size());
   *_pFrameInfo = info;
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Bytes
 
 HRESULT CFFFrame::VCAudioGetBytes(LONG* _pcbSize, LONGLONG* _ppbAudio) {
+  VC_GUARD_BEGIN
   if (!_pcbSize && !_ppbAudio) return E_POINTER;
   Lock lock(m_csLock);
   const AVFrame* pAudio = m_content.pAudio.get();
@@ -530,9 +545,11 @@ HRESULT CFFFrame::VCAudioGetBytes(LONG* _pcbSize, LONGLONG* _ppbAudio) {
   if (_pcbSize) *_pcbSize = static_cast<LONG>(cb);
   if (_ppbAudio) *_ppbAudio = pAudio ? ToAddress(pAudio->data[0]) : 0;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCVideoGetBytes(LONG* _pcbSize, LONGLONG* _ppbVideo) {
+  VC_GUARD_BEGIN
   if (!_pcbSize && !_ppbVideo) return E_POINTER;
   Lock lock(m_csLock);
   if (!_MakePublicLayoutLocked()) {
@@ -551,9 +568,11 @@ HRESULT CFFFrame::VCVideoGetBytes(LONG* _pcbSize, LONGLONG* _ppbVideo) {
   if (_pcbSize) *_pcbSize = static_cast<LONG>(cb);
   if (_ppbVideo) *_ppbVideo = pVideo ? ToAddress(pVideo->data[0]) : 0;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCVideoGetBytesEx(VC_VID_PTR* _pVideoPtr) {
+  VC_GUARD_BEGIN
   if (!_pVideoPtr) return E_POINTER;
   VC_VID_PTR ptr{};
   Lock lock(m_csLock);
@@ -571,6 +590,7 @@ HRESULT CFFFrame::VCVideoGetBytesEx(VC_VID_PTR* _pVideoPtr) {
   }
   *_pVideoPtr = ptr;
   return S_OK;
+  VC_GUARD_END
 }
 
 }  // namespace vc::ff

@@ -65,6 +65,7 @@ HRESULT MakeLocal(ComPtr<IUnknown>* pcpObj) {
 // Data blocks
 
 HRESULT CFFFrame::VCDataGetByIndex(LONG _nIndex, BSTR* _pbsDataID, LONG* _pcbANCData, LONGLONG* _ppbANCData) {
+  VC_GUARD_BEGIN
   if (_pbsDataID) *_pbsDataID = nullptr;
   if (_pcbANCData) *_pcbANCData = 0;
   if (_ppbANCData) *_ppbANCData = 0;
@@ -79,12 +80,14 @@ HRESULT CFFFrame::VCDataGetByIndex(LONG _nIndex, BSTR* _pbsDataID, LONG* _pcbANC
   if (_pcbANCData) *_pcbANCData = static_cast<LONG>(entry.vecData.size());
   if (_ppbANCData) *_ppbANCData = entry.vecData.empty() ? 0 : ToAddress(entry.vecData.data());
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCDataGet(BSTR _bsDataID, LONG* _pcbANCData, LONGLONG* _ppbANCData) {
+  VC_GUARD_BEGIN
   if (_pcbANCData) *_pcbANCData = 0;
   if (_ppbANCData) *_ppbANCData = 0;
-  const StringView name = View(_bsDataID);
+  const StringView name = InString(_bsDataID);
   if (name.empty()) {
     VC_LOG(eVCLL_Error, "no data name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
@@ -95,10 +98,12 @@ HRESULT CFFFrame::VCDataGet(BSTR _bsDataID, LONG* _pcbANCData, LONGLONG* _ppbANC
   if (_pcbANCData) *_pcbANCData = static_cast<LONG>(pEntry->vecData.size());
   if (_ppbANCData) *_ppbANCData = pEntry->vecData.empty() ? 0 : ToAddress(pEntry->vecData.data());
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCDataSet(BSTR _bsDataID, LONG _cbANCData, LONGLONG _pbANCData) {
-  const StringView name = View(_bsDataID);
+  VC_GUARD_BEGIN
+  const StringView name = InString(_bsDataID);
   if (name.empty() || _cbANCData < 0) {
     VC_LOG(eVCLL_Error, "data '%ws' size %d FAILED hr=%08X\n", _bsDataID, _cbANCData, E_INVALIDARG);
     return E_INVALIDARG;
@@ -121,12 +126,14 @@ HRESULT CFFFrame::VCDataSet(BSTR _bsDataID, LONG _cbANCData, LONGLONG _pbANCData
     m_content.vecData.push_back(DataEntry{String(name), std::move(vecData)});
   }
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Objects
 
 HRESULT CFFFrame::VCObjGetByIndex(LONG _nIndex, BSTR* _pbsObjID, IUnknown** _ppObj, BOOL _bMakeLocal) {
+  VC_GUARD_BEGIN
   if (_pbsObjID) *_pbsObjID = nullptr;
   if (_ppObj) *_ppObj = nullptr;
   if (_nIndex < 0) {
@@ -152,12 +159,14 @@ HRESULT CFFFrame::VCObjGetByIndex(LONG _nIndex, BSTR* _pbsObjID, IUnknown** _ppO
   if (_pbsObjID && FAILED(AllocBstr(strName, _pbsObjID))) return E_OUTOFMEMORY;
   if (_ppObj) *_ppObj = cpObj.Detach();
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCObjGet(BSTR _bsObjID, IUnknown** _ppObj, BOOL _bMakeLocal) {
+  VC_GUARD_BEGIN
   if (!_ppObj) return E_POINTER;
   *_ppObj = nullptr;
-  const StringView name = View(_bsObjID);
+  const StringView name = InString(_bsObjID);
   if (name.empty()) {
     VC_LOG(eVCLL_Error, "no object name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
@@ -178,10 +187,12 @@ HRESULT CFFFrame::VCObjGet(BSTR _bsObjID, IUnknown** _ppObj, BOOL _bMakeLocal) {
   }
   *_ppObj = cpObj.Detach();
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCObjSet(BSTR _bsObjID, IUnknown* _pObj) {
-  const StringView name = View(_bsObjID);
+  VC_GUARD_BEGIN
+  const StringView name = InString(_bsObjID);
   if (name.empty()) {
     VC_LOG(eVCLL_Error, "no object name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
@@ -208,12 +219,14 @@ HRESULT CFFFrame::VCObjSet(BSTR _bsObjID, IUnknown* _pObj) {
     m_content.vecObj.push_back(ObjEntry{String(name), std::move(cpObj)});
   }
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Strings
 
 HRESULT CFFFrame::VCStrGetByIndex(LONG _nIndex, BSTR* _pbsStrID, BSTR* _pbsString) {
+  VC_GUARD_BEGIN
   if (_pbsStrID) *_pbsStrID = nullptr;
   if (_pbsString) *_pbsString = nullptr;
   if (_nIndex < 0) {
@@ -229,12 +242,14 @@ HRESULT CFFFrame::VCStrGetByIndex(LONG _nIndex, BSTR* _pbsStrID, BSTR* _pbsStrin
     return E_OUTOFMEMORY;
   }
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCStrGet(BSTR _bsStrID, BSTR* _pbsString) {
+  VC_GUARD_BEGIN
   if (!_pbsString) return E_POINTER;
   *_pbsString = nullptr;
-  const StringView name = View(_bsStrID);
+  const StringView name = InString(_bsStrID);
   if (name.empty()) {
     VC_LOG(eVCLL_Error, "no string name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
@@ -243,23 +258,26 @@ HRESULT CFFFrame::VCStrGet(BSTR _bsStrID, BSTR* _pbsString) {
   const StrEntry* pEntry = FindEntry(m_content.vecStr, name);
   if (!pEntry) return kHrEmpty;
   return AllocBstr(pEntry->strValue, _pbsString);
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCStrSet(BSTR _bsStrID, BSTR _bsString) {
-  const StringView name = View(_bsStrID);
+  VC_GUARD_BEGIN
+  const StringView name = InString(_bsStrID);
   if (name.empty()) {
     VC_LOG(eVCLL_Error, "no string name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
   }
   Lock lock(m_csLock);
   if (!_bsString) return RemoveEntry(&m_content.vecStr, name) ? S_OK : S_FALSE;
-  String strValue(View(_bsString));
+  String strValue(InString(_bsString));
   if (StrEntry* pEntry = FindEntry(m_content.vecStr, name)) {
     pEntry->strValue = std::move(strValue);
   } else {
     m_content.vecStr.push_back(StrEntry{String(name), std::move(strValue)});
   }
   return S_OK;
+  VC_GUARD_END
 }
 
 }  // namespace vc::ff

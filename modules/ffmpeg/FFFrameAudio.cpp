@@ -115,6 +115,7 @@ void CFFFrame::_RefreshChannelsLocked() {
 // Allocation and setting
 
 HRESULT CFFFrame::VCAudioAlloc(K_AUD_PROPS* _pAudProps, LONG _lSamples) {
+  VC_GUARD_BEGIN
   if (!_pAudProps) {
     VC_LOG(eVCLL_Error, "no audio properties FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -138,9 +139,11 @@ HRESULT CFFFrame::VCAudioAlloc(K_AUD_PROPS* _pAudProps, LONG _lSamples) {
   SyncAudioProps(&m_content);
   _RefreshChannelsLocked();
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAudioSet(K_AUD_PROPS* _pAudProps, LONG _cbSize, LONGLONG _pbAudio) {
+  VC_GUARD_BEGIN
   if (!_pAudProps) {
     VC_LOG(eVCLL_Error, "no audio properties FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -171,6 +174,7 @@ HRESULT CFFFrame::VCAudioSet(K_AUD_PROPS* _pAudProps, LONG _cbSize, LONGLONG _pb
   SyncAudioProps(&m_content);
   _RefreshChannelsLocked();
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
@@ -178,6 +182,7 @@ HRESULT CFFFrame::VCAudioSet(K_AUD_PROPS* _pAudProps, LONG _cbSize, LONGLONG _pb
 
 HRESULT CFFFrame::VCAudioChannelGetBytes(LONG _nChannel, BOOL _bCreateNewChannels, LONG* _pcbSize,
                                          LONGLONG* _ppbAudio) {
+  VC_GUARD_BEGIN
   if (_pcbSize) *_pcbSize = 0;
   if (_ppbAudio) *_ppbAudio = 0;
   if (!_pcbSize && !_ppbAudio) return E_POINTER;
@@ -203,9 +208,11 @@ HRESULT CFFFrame::VCAudioChannelGetBytes(LONG _nChannel, BOOL _bCreateNewChannel
   if (_pcbSize) *_pcbSize = static_cast<LONG>(vecChannel.size());
   if (_ppbAudio) *_ppbAudio = ToAddress(vecChannel.data());
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAudioChannelsUpdate() {
+  VC_GUARD_BEGIN
   Lock lock(m_csLock);
   if (m_vecChannels.empty() || !m_content.pAudio) return S_FALSE;
   if (!_AudioWritableLocked()) return E_OUTOFMEMORY;
@@ -222,12 +229,14 @@ HRESULT CFFFrame::VCAudioChannelsUpdate() {
     }
   }
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Gain and mixing
 
 HRESULT CFFFrame::VCAudioGain(BSTR _bsChannelsList, double _dblGainStartDb, double _dblGainEndDb) {
+  VC_GUARD_BEGIN
   if (!abuf::IsGainDb(_dblGainStartDb) || !abuf::IsGainDb(_dblGainEndDb)) {
     VC_LOG(eVCLL_Error, "gain '%ws' %f..%f dB FAILED hr=%08X\n", _bsChannelsList, _dblGainStartDb, _dblGainEndDb,
            E_INVALIDARG);
@@ -236,7 +245,7 @@ HRESULT CFFFrame::VCAudioGain(BSTR _bsChannelsList, double _dblGainStartDb, doub
   Lock lock(m_csLock);
   if (!m_content.pAudio || m_content.pAudio->nb_samples == 0) return S_FALSE;
   std::vector<ChannelRoute> routes;
-  if (!ParseChannelList(View(_bsChannelsList), m_content.props.audProps, &routes)) return E_INVALIDARG;
+  if (!ParseChannelList(InString(_bsChannelsList), m_content.props.audProps, &routes)) return E_INVALIDARG;
   const int nChannels = m_content.pAudio->ch_layout.nb_channels;
   std::vector<bool> vecOn(static_cast<size_t>(nChannels), routes.empty());
   for (const ChannelRoute& route : routes) vecOn[static_cast<size_t>(route.nSrc)] = true;
@@ -255,11 +264,13 @@ HRESULT CFFFrame::VCAudioGain(BSTR _bsChannelsList, double _dblGainStartDb, doub
   }
   _RefreshChannelsLocked();
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAudioMixDirect(LONG* _plAudioOffsetSrc, IVCFrame* _pFrameMixFrom, LONG* _plAudioOffsetMix,
                                    LONG _lSamplesMixMax, double _dblGainStartDb, double _dblGainEndDb,
                                    BOOL _bSymmetricGain) {
+  VC_GUARD_BEGIN
   if (!_pFrameMixFrom) {
     VC_LOG(eVCLL_Error, "no frame to mix from FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -316,11 +327,13 @@ HRESULT CFFFrame::VCAudioMixDirect(LONG* _plAudioOffsetSrc, IVCFrame* _pFrameMix
   if (_plAudioOffsetSrc) *_plAudioOffsetSrc = lOffsetDst + lCount;
   if (_plAudioOffsetMix) *_plAudioOffsetMix = lOffsetMix + lCount;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAudioMix(IVCFrame* _pFrameMixFrom, double _dblGainStartDb, double _dblGainEndDb,
                              BOOL _bSymmetricGain, BSTR _bsAudioBufferID) {
-  if (!View(_bsAudioBufferID).empty()) {
+  VC_GUARD_BEGIN
+  if (!InString(_bsAudioBufferID).empty()) {
     // Mixing from a line of an audio buffer object needs that object; the
     // frame has none to ask.
     VC_LOG(eVCLL_Error, "mix from audio buffer '%ws' not available FAILED hr=%08X\n", _bsAudioBufferID, E_NOTIMPL);
@@ -350,9 +363,11 @@ HRESULT CFFFrame::VCAudioMix(IVCFrame* _pFrameMixFrom, double _dblGainStartDb, d
   LONG lOffsetMix = 0;
   return VCAudioMixDirect(&lOffsetDst, _pFrameMixFrom, &lOffsetMix, 0, _dblGainStartDb, _dblGainEndDb,
                           _bSymmetricGain);
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAudioCopyTo(BSTR _bsChannelsList, IVCFrame* _pFrameTo) {
+  VC_GUARD_BEGIN
   if (!_pFrameTo) {
     VC_LOG(eVCLL_Error, "no frame to copy to FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -366,7 +381,7 @@ HRESULT CFFFrame::VCAudioCopyTo(BSTR _bsChannelsList, IVCFrame* _pFrameTo) {
   }
   if (!spOwn) return kHrEmpty;
   std::vector<ChannelRoute> routes;
-  if (!ParseChannelList(View(_bsChannelsList), ownProps, &routes)) return E_INVALIDARG;
+  if (!ParseChannelList(InString(_bsChannelsList), ownProps, &routes)) return E_INVALIDARG;
   if (routes.empty()) routes = IdentityRoutes(spOwn->ch_layout.nb_channels);
   int nTargetChannels = 0;
   for (const ChannelRoute& route : routes) nTargetChannels = std::max(nTargetChannels, route.nDst + 1);
@@ -396,13 +411,15 @@ HRESULT CFFFrame::VCAudioCopyTo(BSTR _bsChannelsList, IVCFrame* _pFrameTo) {
   hr = _pFrameTo->VCAudioSet(&aud, static_cast<LONG>(cb), ToAddress(spResult->data[0]));
   if (FAILED(hr)) VC_LOG(eVCLL_Error, "pFrameTo->VCAudioSet(%ws) FAILED hr=%08X\n", _bsChannelsList, hr);
   return hr;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Files
 
 HRESULT CFFFrame::VCAudioSaveToFile(BSTR _bsFileName, BOOL _bAppend) {
-  if (View(_bsFileName).empty()) {
+  VC_GUARD_BEGIN
+  if (InString(_bsFileName).empty()) {
     VC_LOG(eVCLL_Error, "no file name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
   }
@@ -415,17 +432,19 @@ HRESULT CFFFrame::VCAudioSaveToFile(BSTR _bsFileName, BOOL _bAppend) {
   fmt.nChannels = spAudio->ch_layout.nb_channels;
   fmt.nRate = spAudio->sample_rate;
   fmt.nBits = BitsOf(spAudio.get());
-  return WavWrite(ToUtf8(View(_bsFileName)), fmt, spAudio->data[0], AudioBytes(spAudio.get()), _bAppend != FALSE);
+  return WavWrite(ToUtf8(InString(_bsFileName)), fmt, spAudio->data[0], AudioBytes(spAudio.get()), _bAppend != FALSE);
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAudioLoadFromFile(BSTR _bsFileName, LONGLONG _llSamplesOffset, LONG _lSamplesLoad) {
-  if (View(_bsFileName).empty() || _llSamplesOffset < 0) {
+  VC_GUARD_BEGIN
+  if (InString(_bsFileName).empty() || _llSamplesOffset < 0) {
     VC_LOG(eVCLL_Error, "file '%ws' from sample %lld FAILED hr=%08X\n", _bsFileName,
            static_cast<long long>(_llSamplesOffset), E_INVALIDARG);
     return E_INVALIDARG;
   }
   AvFramePtr spAudio;
-  const HRESULT hr = WavRead(ToUtf8(View(_bsFileName)), _llSamplesOffset, _lSamplesLoad, &spAudio);
+  const HRESULT hr = WavRead(ToUtf8(InString(_bsFileName)), _llSamplesOffset, _lSamplesLoad, &spAudio);
   if (hr != S_OK) return hr;
   Lock lock(m_csLock);
   m_content.pAudio = std::move(spAudio);
@@ -433,6 +452,7 @@ HRESULT CFFFrame::VCAudioLoadFromFile(BSTR _bsFileName, LONGLONG _llSamplesOffse
   SyncAudioProps(&m_content);
   _RefreshChannelsLocked();
   return S_OK;
+  VC_GUARD_END
 }
 
 }  // namespace vc::ff

@@ -47,6 +47,7 @@
 
 #include "FFFrameContent.h"
 #include "VCCodecsCore.h"
+#include "VCGuard.h"
 #include "VCGuid.h"
 #include "VCObject.h"
 

@@ -569,6 +569,7 @@ bool CheckType(int nType, HRESULT* phr) {
 // ---------------------------------------------------------------------------
 
 HRESULT CFFFrame::VCSave(DWORD* _pcbData, BYTE** _ppData, eKFrameClone _eSaveType) {
+  VC_GUARD_BEGIN
   if (!_pcbData || !_ppData) return E_POINTER;
   *_pcbData = 0;
   *_ppData = nullptr;
@@ -592,9 +593,11 @@ HRESULT CFFFrame::VCSave(DWORD* _pcbData, BYTE** _ppData, eKFrameClone _eSaveTyp
   *_pcbData = static_cast<DWORD>(vecBytes.size());
   *_ppData = pOut;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCLoad(DWORD _cbData, BYTE* _pbData, eKFrameClone _eLoadType) {
+  VC_GUARD_BEGIN
   if (!_pbData) {
     VC_LOG(eVCLL_Error, "no bytes FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -610,9 +613,11 @@ HRESULT CFFFrame::VCLoad(DWORD _cbData, BYTE* _pbData, eKFrameClone _eLoadType) 
   if (FAILED(hr)) return hr;
   SetContent(std::move(content));
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCSaveToStream(IStream** _ppStream, eKFrameClone _eSaveType) {
+  VC_GUARD_BEGIN
   if (!_ppStream) return E_POINTER;
   *_ppStream = nullptr;
   DWORD cbData = 0;
@@ -622,9 +627,11 @@ HRESULT CFFFrame::VCSaveToStream(IStream** _ppStream, eKFrameClone _eSaveType) {
   hr = CreateMemoryStream(pData, cbData, _ppStream);
   CoTaskMemFree(pData);
   return hr;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCAddToStream(IStream* _pStream, eKFrameClone _eSaveType) {
+  VC_GUARD_BEGIN
   if (!_pStream) {
     VC_LOG(eVCLL_Error, "no stream FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -639,9 +646,11 @@ HRESULT CFFFrame::VCAddToStream(IStream* _pStream, eKFrameClone _eSaveType) {
   if (SUCCEEDED(hr) && cbWritten != cbData) hr = kStreamShort;
   if (FAILED(hr)) VC_LOG(eVCLL_Error, "pStream->Write(%lu) FAILED hr=%08X\n", static_cast<unsigned long>(cbData), hr);
   return hr;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCLoadFromStream(IStream* _pStream, eKFrameClone _eLoadType) {
+  VC_GUARD_BEGIN
   if (!_pStream) {
     VC_LOG(eVCLL_Error, "no stream FAILED hr=%08X\n", E_POINTER);
     return E_POINTER;
@@ -675,6 +684,7 @@ HRESULT CFFFrame::VCLoadFromStream(IStream* _pStream, eKFrameClone _eLoadType) {
     return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
   }
   return VCLoad(static_cast<DWORD>(cbTotal), spBytes.get(), _eLoadType);
+  VC_GUARD_END
 }
 
 }  // namespace vc::ff

@@ -195,6 +195,7 @@ HRESULT CFFFrame::_CopyContent(int nCloneType, FrameContent* pOut) {
 }
 
 HRESULT CFFFrame::VCClone(IVCFrame** _ppCloneFrame, eKFrameClone _eCloneType, eVCCC _fccPixelFormat) {
+  VC_GUARD_BEGIN
   if (!_ppCloneFrame) return E_POINTER;
   *_ppCloneFrame = nullptr;
   const int nType = _eCloneType;
@@ -241,9 +242,11 @@ HRESULT CFFFrame::VCClone(IVCFrame** _ppCloneFrame, eKFrameClone _eCloneType, eV
     content.props.vidProps.fccType = _fccPixelFormat;  // a description of the frame it would be
   }
   return HandOut(std::move(content), _ppCloneFrame);
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCCut(LONG _nField, RECT* _pRect, IVCFrame** _ppFrameRes) {
+  VC_GUARD_BEGIN
   if (!_ppFrameRes) return E_POINTER;
   *_ppFrameRes = nullptr;
   if (_nField < 0 || _nField > 2) {
@@ -280,6 +283,7 @@ HRESULT CFFFrame::VCCut(LONG _nField, RECT* _pRect, IVCFrame** _ppFrameRes) {
   }
   ReplaceVideo(&content, std::move(spNew), content.fccVideo, sar);
   return HandOut(std::move(content), _ppFrameRes);
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
@@ -287,13 +291,14 @@ HRESULT CFFFrame::VCCut(LONG _nField, RECT* _pRect, IVCFrame** _ppFrameRes) {
 
 HRESULT CFFFrame::VCConvert(K_AV_PROPS* _pPropsDest, IVCFrame** _ppFrameRes, LONG* _pnFrameRest, BSTR _bsPropsList,
                             BSTR _bsConverterID) {
+  VC_GUARD_BEGIN
   if (_pnFrameRest) *_pnFrameRest = 0;  // nothing is held back between calls
   if (!_ppFrameRes || !_pPropsDest) {
     VC_LOG(eVCLL_Error, "no %s FAILED hr=%08X\n", _ppFrameRes ? "target properties" : "out-pointer", E_POINTER);
     return E_POINTER;
   }
   *_ppFrameRes = nullptr;
-  if (!View(_bsConverterID).empty() || !View(_bsPropsList).empty()) {
+  if (!InString(_bsConverterID).empty() || !InString(_bsPropsList).empty()) {
     VC_LOG(eVCLL_Progress, "converter '%ws' options '%ws': this frame converts itself\n", _bsConverterID,
            _bsPropsList);
   }
@@ -326,17 +331,19 @@ HRESULT CFFFrame::VCConvert(K_AV_PROPS* _pPropsDest, IVCFrame** _ppFrameRes, LON
     if (FAILED(hr)) return hr;
   }
   return HandOut(std::move(content), _ppFrameRes);
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCResize(eVCCC _fccOutput, LONG _nWidth, LONG _nHeight, LONG _nResizeField, IVCFrame** _ppFrameRes,
                            BSTR _bsPropsList, BSTR _bsConverterID) {
+  VC_GUARD_BEGIN
   if (!_ppFrameRes) return E_POINTER;
   *_ppFrameRes = nullptr;
   if (_nWidth < 0 || _nHeight < 0 || _nResizeField < 0 || _nResizeField > 2) {
     VC_LOG(eVCLL_Error, "resize to %dx%d field %d FAILED hr=%08X\n", _nWidth, _nHeight, _nResizeField, E_INVALIDARG);
     return E_INVALIDARG;
   }
-  if (!View(_bsConverterID).empty() || !View(_bsPropsList).empty()) {
+  if (!InString(_bsConverterID).empty() || !InString(_bsPropsList).empty()) {
     VC_LOG(eVCLL_Progress, "converter '%ws' options '%ws': this frame resizes itself\n", _bsConverterID,
            _bsPropsList);
   }
@@ -375,13 +382,15 @@ HRESULT CFFFrame::VCResize(eVCCC _fccOutput, LONG _nWidth, LONG _nHeight, LONG _
   content.props.vidProps.nAspectX = vidKept.nAspectX;
   content.props.vidProps.nAspectY = vidKept.nAspectY;
   return HandOut(std::move(content), _ppFrameRes);
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Picture files
 
 HRESULT CFFFrame::VCVideoSaveToFile(BSTR _bsFileName) {
-  const std::string strPath = ToUtf8(View(_bsFileName));
+  VC_GUARD_BEGIN
+  const std::string strPath = ToUtf8(InString(_bsFileName));
   if (strPath.empty()) {
     VC_LOG(eVCLL_Error, "no file name FAILED hr=%08X\n", E_INVALIDARG);
     return E_INVALIDARG;
@@ -394,6 +403,7 @@ HRESULT CFFFrame::VCVideoSaveToFile(BSTR _bsFileName) {
     return kHrEmpty;
   }
   return SavePicture(content.pVideo.get(), content.fccVideo, strPath);
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
@@ -401,34 +411,46 @@ HRESULT CFFFrame::VCVideoSaveToFile(BSTR _bsFileName) {
 // renderer this module does not have.
 
 HRESULT CFFFrame::VCVideoGetHbitmap(LONGLONG* _pllHBitmap) {
+  VC_GUARD_BEGIN
   if (_pllHBitmap) *_pllHBitmap = 0;
   VC_LOG(eVCLL_Error, "bitmaps need a renderer FAILED hr=%08X\n", E_NOTIMPL);
   return E_NOTIMPL;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCOverlay(IUnknown*, IUnknown*, LONG, LONG, double, BSTR, BSTR) {
+  VC_GUARD_BEGIN
   VC_LOG(eVCLL_Error, "overlays need a renderer FAILED hr=%08X\n", E_NOTIMPL);
   return E_NOTIMPL;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCTransition(IUnknown*, IVCFrame** _ppFrameRes, double, BSTR _bsTransition, BSTR, BSTR) {
+  VC_GUARD_BEGIN
   if (_ppFrameRes) *_ppFrameRes = nullptr;
   VC_LOG(eVCLL_Error, "transition '%ws' needs a renderer FAILED hr=%08X\n", _bsTransition, E_NOTIMPL);
   return E_NOTIMPL;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCPrint(BSTR, double, VC_RECT*, eVCTextFlags, BSTR) {
+  VC_GUARD_BEGIN
   VC_LOG(eVCLL_Error, "text needs a renderer FAILED hr=%08X\n", E_NOTIMPL);
   return E_NOTIMPL;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCOverlayRect(IVCFrame*, IVCFrame*, VC_RECT*, eVCOverlayFlags, double, BSTR, BSTR) {
+  VC_GUARD_BEGIN
   VC_LOG(eVCLL_Error, "overlays need a renderer FAILED hr=%08X\n", E_NOTIMPL);
   return E_NOTIMPL;
+  VC_GUARD_END
 }
 
 HRESULT CFFFrame::VCWaitAsync() {
+  VC_GUARD_BEGIN
   return S_OK;  // system-memory frames have no pending GPU work
+  VC_GUARD_END
 }
 
 }  // namespace vc::ff

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <vector>
 
+#include "VCGuard.h"
 #include "VCObject.h"
 
 namespace vc::ff {
@@ -38,6 +39,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
   }
 
   HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* pcbRead) override {
+    VC_GUARD_BEGIN
     if (pcbRead) *pcbRead = 0;
     if (!pv && cb > 0) return kStgInvalidPointer;
     std::lock_guard<std::mutex> lock(m_spBytes->csLock);
@@ -47,9 +49,11 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     m_llPos += cbCopy;
     if (pcbRead) *pcbRead = static_cast<ULONG>(cbCopy);
     return cbCopy == cb ? S_OK : S_FALSE;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE Write(const void* pv, ULONG cb, ULONG* pcbWritten) override {
+    VC_GUARD_BEGIN
     if (pcbWritten) *pcbWritten = 0;
     if (!pv && cb > 0) return kStgInvalidPointer;
     std::lock_guard<std::mutex> lock(m_spBytes->csLock);
@@ -64,9 +68,11 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     m_llPos += cb;
     if (pcbWritten) *pcbWritten = cb;
     return S_OK;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin, ULARGE_INTEGER* plibNewPosition) override {
+    VC_GUARD_BEGIN
     std::lock_guard<std::mutex> lock(m_spBytes->csLock);
     LONGLONG llBase = 0;
     switch (dwOrigin) {
@@ -80,9 +86,11 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     m_llPos = static_cast<ULONGLONG>(llNew);
     if (plibNewPosition) plibNewPosition->QuadPart = m_llPos;
     return S_OK;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER libNewSize) override {
+    VC_GUARD_BEGIN
     if (libNewSize.QuadPart > kMaxSize) return kStgMediumFull;
     std::lock_guard<std::mutex> lock(m_spBytes->csLock);
     try {
@@ -91,10 +99,12 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
       return kStgMediumFull;
     }
     return S_OK;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
                                    ULARGE_INTEGER* pcbWritten) override {
+    VC_GUARD_BEGIN
     if (pcbRead) pcbRead->QuadPart = 0;
     if (pcbWritten) pcbWritten->QuadPart = 0;
     if (!pstm) return kStgInvalidPointer;
@@ -120,27 +130,35 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
       if (cbWritten < cbPart) return kStgMediumFull;
     }
     return S_OK;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
   HRESULT STDMETHODCALLTYPE Revert() override { return STG_E_INVALIDFUNCTION; }
   HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+    VC_GUARD_BEGIN
     return STG_E_INVALIDFUNCTION;
+    VC_GUARD_END
   }
   HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+    VC_GUARD_BEGIN
     return STG_E_INVALIDFUNCTION;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE Stat(STATSTG* pstatstg, DWORD) override {
+    VC_GUARD_BEGIN
     if (!pstatstg) return kStgInvalidPointer;
     *pstatstg = STATSTG{};
     pstatstg->type = 2;  // STGTY_STREAM
     std::lock_guard<std::mutex> lock(m_spBytes->csLock);
     pstatstg->cbSize.QuadPart = m_spBytes->vecData.size();
     return S_OK;
+    VC_GUARD_END
   }
 
   HRESULT STDMETHODCALLTYPE Clone(IStream** ppstm) override {
+    VC_GUARD_BEGIN
     if (!ppstm) return kStgInvalidPointer;
     *ppstm = nullptr;
     ComPtr<IStream> cpClone;
@@ -154,6 +172,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     static_cast<CFFMemoryStream*>(cpClone.Get())->Init(m_spBytes, llPos);
     *ppstm = cpClone.Detach();
     return S_OK;
+    VC_GUARD_END
   }
 
  private:
@@ -167,12 +186,9 @@ HRESULT CreateMemoryStream(const void* p, size_t cb, IStream** ppStream) {
   if (!ppStream) return E_POINTER;
   *ppStream = nullptr;
   if (!p && cb > 0) return E_POINTER;
+  // Allocation failures leave as exceptions for the calling frame method's guard.
   auto spBytes = std::make_shared<StreamBytes>();
-  try {
-    if (cb) spBytes->vecData.assign(static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + cb);
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  if (cb) spBytes->vecData.assign(static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + cb);
   ComPtr<IStream> cpStream;
   const HRESULT hr =
       CreateObject<CFFMemoryStream>(nullptr, IidOf<IStream>(), reinterpret_cast<void**>(cpStream.AddressOf()));

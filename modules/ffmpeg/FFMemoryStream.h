@@ -12,7 +12,8 @@
 namespace vc::ff {
 
 // A new stream holding a copy of cb bytes at p (empty for cb 0), positioned
-// at its start. One reference.
+// at its start. One reference. Throws std::bad_alloc when the copy cannot be
+// made (callers are guarded interface methods).
 HRESULT CreateMemoryStream(const void* p, size_t cb, IStream** ppStream);
 
 }  // namespace vc::ff

@@ -125,42 +125,35 @@ HRESULT CFFSplitter::_FailureHr(int nAvError) const {
 // Open and close
 
 HRESULT CFFSplitter::_ApplyPropsText(BSTR bsProps) {
-  if (View(bsProps).empty()) return S_OK;
+  if (InString(bsProps).empty()) return S_OK;
   CKAutoLock lock(m_csLock);
   const XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
   if (!spRoot) return E_FAIL;
   bool bChanged = false;
-  try {
-    return props::SetInTree(*spRoot, {}, View(bsProps), false, &bChanged);
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  return props::SetInTree(*spRoot, {}, InString(bsProps), false, &bChanged);
 }
 
 HRESULT CFFSplitter::_ReadSettings(bool bNetwork, COpenSettings* pSettings) {
   CKAutoLock lock(m_csLock);
   const XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
   if (!spRoot) return E_FAIL;
-  try {
-    const XMLParse::CoXMLNode& root = *spRoot;
-    pSettings->tracks.strVideo = ReadPropText(root, u"video_track", u"");
-    pSettings->tracks.strAudio = ReadPropText(root, u"audio_track", u"");
-    pSettings->tracks.strSubtitle = ReadPropText(root, u"subtitle_track", u"");
-    pSettings->tracks.llProgram = ReadPropInt(root, u"ts_program", -1);
-    pSettings->llOpenWaitMs = bNetwork ? ReadPropInt(root, u"open_url.max_wait", kOpenUrlWaitMs)
-                                       : ReadPropInt(root, u"open_file.max_wait", kOpenFileWaitMs);
-    pSettings->llReadWaitMs = bNetwork ? ReadPropInt(root, u"read_url.max_wait", kReadUrlWaitMs)
-                                       : ReadPropInt(root, u"read_file.max_wait", kReadFileWaitMs);
-    pSettings->strInputFormat = ToUtf8(ReadPropText(root, u"input_format", u""));
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  const XMLParse::CoXMLNode& root = *spRoot;
+  pSettings->tracks.strVideo = ReadPropText(root, u"video_track", u"");
+  pSettings->tracks.strAudio = ReadPropText(root, u"audio_track", u"");
+  pSettings->tracks.strSubtitle = ReadPropText(root, u"subtitle_track", u"");
+  pSettings->tracks.llProgram = ReadPropInt(root, u"ts_program", -1);
+  pSettings->llOpenWaitMs = bNetwork ? ReadPropInt(root, u"open_url.max_wait", kOpenUrlWaitMs)
+                                     : ReadPropInt(root, u"open_file.max_wait", kOpenFileWaitMs);
+  pSettings->llReadWaitMs = bNetwork ? ReadPropInt(root, u"read_url.max_wait", kReadUrlWaitMs)
+                                     : ReadPropInt(root, u"read_file.max_wait", kReadFileWaitMs);
+  pSettings->strInputFormat = ToUtf8(ReadPropText(root, u"input_format", u""));
   return S_OK;
 }
 
 HRESULT CFFSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) {
+  VC_GUARD_BEGIN
   if (_pnStreamsCount) *_pnStreamsCount = 0;
-  const StringView path = View(_bsFilePath);
+  const StringView path = InString(_bsFilePath);
   if (path.empty()) {
     VC_LOG(eVCLL_Error, "SplitterOpen() FAILED hr=%08X: no path\n", E_INVALIDARG);
     return E_INVALIDARG;
@@ -199,6 +192,7 @@ HRESULT CFFSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStre
   }
   if (_pnStreamsCount) *_pnStreamsCount = nStreams;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFSplitter::_OpenFormat(const String& strPath, const COpenSettings& settings, AVFormatPtr* pspFormat) {
@@ -313,6 +307,7 @@ void CFFSplitter::_CloseLocked() {
 }
 
 HRESULT CFFSplitter::SplitterClose() {
+  VC_GUARD_BEGIN
   ++m_interrupt.nTakeovers;
   std::lock_guard<std::mutex> io(m_mtxIo);
   --m_interrupt.nTakeovers;
@@ -321,9 +316,11 @@ HRESULT CFFSplitter::SplitterClose() {
   m_interrupt.bStop.store(false);
   if (bWasOpen) VC_LOG(eVCLL_Progress, "SplitterClose() OK\n");
   return bWasOpen ? S_OK : S_FALSE;
+  VC_GUARD_END
 }
 
 HRESULT CFFSplitter::SplitterStop() {
+  VC_GUARD_BEGIN
   m_interrupt.bStop.store(true);
   bool bOpen = m_bOpening.load();
   {
@@ -332,6 +329,7 @@ HRESULT CFFSplitter::SplitterStop() {
   }
   VC_LOG(eVCLL_Progress, "SplitterStop()%hs\n", bOpen ? "" : ": nothing open");
   return bOpen ? S_OK : S_FALSE;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
@@ -339,6 +337,7 @@ HRESULT CFFSplitter::SplitterStop() {
 
 HRESULT CFFSplitter::SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG* _pnStreamsCount,
                                      LONGLONG* _prtTotalDuration) {
+  VC_GUARD_BEGIN
   ClearOut(_pbsFilePath);
   ClearOut(_pbsXMLInfo);
   ClearOut(_pnStreamsCount);
@@ -360,9 +359,11 @@ HRESULT CFFSplitter::SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG
   if (_pnStreamsCount) *_pnStreamsCount = static_cast<LONG>(spDesc->vecStreams.size());
   if (_prtTotalDuration) *_prtTotalDuration = spDesc->rtDuration;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CFFSplitter::SplitterStreamInfoGet(LONG _nStream, K_STREAM_INFO* _pStreamInfo, BSTR* _pbsStreamXMLInfo) {
+  VC_GUARD_BEGIN
   if (!_pStreamInfo && !_pbsStreamXMLInfo) return E_POINTER;
   if (_pStreamInfo) *_pStreamInfo = K_STREAM_INFO{};
   ClearOut(_pbsStreamXMLInfo);
@@ -392,16 +393,17 @@ HRESULT CFFSplitter::SplitterStreamInfoGet(LONG _nStream, K_STREAM_INFO* _pStrea
     *_pStreamInfo = info;
   }
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
 // Reading
 
 int64_t CFFSplitter::_PacketWaitMs(BSTR bsHints) const {
-  if (View(bsHints).empty()) return m_llReadWaitMs;
+  if (InString(bsHints).empty()) return m_llReadWaitMs;
   try {
     const XMLParse::XMLNodePtr spHints = XMLParse::CoXMLNode::Create(u"hints");
-    if (FAILED(spHints->Parse(View(bsHints)))) return m_llReadWaitMs;
+    if (FAILED(spHints->Parse(InString(bsHints)))) return m_llReadWaitMs;
     return ReadPropInt(*spHints, u"max_wait", m_llReadWaitMs);
   } catch (const std::bad_alloc&) {
     return m_llReadWaitMs;
@@ -409,6 +411,7 @@ int64_t CFFSplitter::_PacketWaitMs(BSTR bsHints) const {
 }
 
 HRESULT CFFSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket, BSTR _bsHints) {
+  VC_GUARD_BEGIN
   if (!_ppPacket) return E_POINTER;
   *_ppPacket = nullptr;
   std::lock_guard<std::mutex> io(m_mtxIo);
@@ -449,6 +452,7 @@ HRESULT CFFSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket, 
     av_packet_move_ref(packet.spPacket.get(), m_spReadPacket.get());
     m_deqHeld.push_back(std::move(packet));
   }
+  VC_GUARD_END
 }
 
 HRESULT CFFSplitter::_ReadNext(int64_t llWaitMs, CReadPacket* pOut) {
@@ -556,6 +560,7 @@ HRESULT CFFSplitter::_Deliver(CReadPacket& packet, IVCPacket** ppPacket) {
 // Segments
 
 HRESULT CFFSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHints) {
+  VC_GUARD_BEGIN
   if (_rtSegmentStart < 0) {
     VC_LOG(eVCLL_Error, "SplitterBeginSegment(%ws) FAILED hr=%08X: negative start\n",
            TimeTextW(_rtSegmentStart).c_str(), E_INVALIDARG);
@@ -571,6 +576,7 @@ HRESULT CFFSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHint
   if (SUCCEEDED(hr))
     VC_LOG(eVCLL_Progress, "SplitterBeginSegment(%ws %ws) OK\n", TimeTextW(_rtSegmentStart).c_str(), _bsHints);
   return hr;
+  VC_GUARD_END
 }
 
 HRESULT CFFSplitter::_ApplyStreamList(BSTR bsHints) {
@@ -713,29 +719,51 @@ HRESULT CFFSplitter::_SeekOnce(LONGLONG rtTarget) {
 // ---------------------------------------------------------------------------
 // Side data
 
-HRESULT CFFSplitter::SideDataGetCount(LONG _nStream, LONG* _pnCount) { return m_sideData.GetCount(_nStream, _pnCount); }
+HRESULT CFFSplitter::SideDataGetCount(LONG _nStream, LONG* _pnCount) {
+  VC_GUARD_BEGIN
+  return m_sideData.GetCount(_nStream, _pnCount);
+  VC_GUARD_END
+}
 HRESULT CFFSplitter::SideDataGetByIndex(LONG _nStream, LONG _nIndex, BSTR* _pbsType, LONG* _pcbData,
                                         LONGLONG* _plpData) {
+  VC_GUARD_BEGIN
   return m_sideData.GetByIndex(_nStream, _nIndex, _pbsType, _pcbData, _plpData);
+  VC_GUARD_END
 }
 HRESULT CFFSplitter::SideDataGet(LONG _nStream, BSTR _bsType, LONG* _pcbData, LONGLONG* _plpData) {
+  VC_GUARD_BEGIN
   return m_sideData.Get(_nStream, _bsType, _pcbData, _plpData);
+  VC_GUARD_END
 }
 HRESULT CFFSplitter::SideDataSet(LONG _nStream, BSTR _bsType, LONG _cbData, LONGLONG _lpData) {
+  VC_GUARD_BEGIN
   return m_sideData.Set(_nStream, _bsType, _cbData, _lpData);
+  VC_GUARD_END
 }
-HRESULT CFFSplitter::SideDataRemove(LONG _nStream, BSTR _bsType) { return m_sideData.Remove(_nStream, _bsType); }
+HRESULT CFFSplitter::SideDataRemove(LONG _nStream, BSTR _bsType) {
+  VC_GUARD_BEGIN
+  return m_sideData.Remove(_nStream, _bsType);
+  VC_GUARD_END
+}
 HRESULT CFFSplitter::SideDataStrGet(LONG _nStream, BSTR _bsType, BSTR* _pbsValue) {
+  VC_GUARD_BEGIN
   return m_sideData.StrGet(_nStream, _bsType, _pbsValue);
+  VC_GUARD_END
 }
 HRESULT CFFSplitter::SideDataStrSet(LONG _nStream, BSTR _bsType, BSTR _bsValue) {
+  VC_GUARD_BEGIN
   return m_sideData.StrSet(_nStream, _bsType, _bsValue);
+  VC_GUARD_END
 }
 HRESULT CFFSplitter::SideDataObjGet(LONG _nStream, BSTR _bsType, IUnknown** _ppObj) {
+  VC_GUARD_BEGIN
   return m_sideData.ObjGet(_nStream, _bsType, _ppObj);
+  VC_GUARD_END
 }
 HRESULT CFFSplitter::SideDataObjSet(LONG _nStream, BSTR _bsType, IUnknown* _pObj) {
+  VC_GUARD_BEGIN
   return m_sideData.ObjSet(_nStream, _bsType, _pObj);
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------

@@ -77,6 +77,7 @@
 #include "FFSplitterSource.h"
 #include "VCCodecsCore.h"
 #include "VCCritSec.h"
+#include "VCGuard.h"
 #include "VCObject.h"
 #include "VCSideData.h"
 

@@ -1,7 +1,6 @@
 #include "FFSplitterSideData.h"
 
 #include <algorithm>
-#include <new>
 
 #include "VCCodecs/VCCodecsBase.h"
 
@@ -96,10 +95,10 @@ HRESULT CFFSideDataStore::Get(LONG nStream, BSTR bsType, LONG* pcbData, LONGLONG
   if (!pcbData && !plpData) return E_POINTER;
   ClearOut(pcbData);
   ClearOut(plpData);
-  if (View(bsType).empty()) return E_INVALIDARG;
+  if (InString(bsType).empty()) return E_INVALIDARG;
   std::lock_guard<std::mutex> lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
-  const CEntry* pEntry = _Find(nStream, View(bsType));
+  const CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry || !pEntry->bHasBytes) return S_FALSE;
   if (pcbData) *pcbData = static_cast<LONG>(pEntry->vecBytes.size());
   if (plpData) *plpData = AddressOf(pEntry->vecBytes);
@@ -107,93 +106,81 @@ HRESULT CFFSideDataStore::Get(LONG nStream, BSTR bsType, LONG* pcbData, LONGLONG
 }
 
 HRESULT CFFSideDataStore::Set(LONG nStream, BSTR bsType, LONG cbData, LONGLONG lpData) {
-  if (View(bsType).empty() || cbData < 0) return E_INVALIDARG;
+  if (InString(bsType).empty() || cbData < 0) return E_INVALIDARG;
   if (cbData > 0 && !lpData) return E_POINTER;
   const auto* pData = reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(lpData));
-  try {
-    std::vector<uint8_t> vecBytes(pData, pData + cbData);
-    std::lock_guard<std::mutex> lock(m_mtx);
-    if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
-    CEntry& entry = _FindOrAdd(nStream, View(bsType));
-    entry.bHasBytes = true;
-    entry.vecBytes = std::move(vecBytes);
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  std::vector<uint8_t> vecBytes(pData, pData + cbData);
+  std::lock_guard<std::mutex> lock(m_mtx);
+  if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
+  CEntry& entry = _FindOrAdd(nStream, InString(bsType));
+  entry.bHasBytes = true;
+  entry.vecBytes = std::move(vecBytes);
   return S_OK;
 }
 
 HRESULT CFFSideDataStore::Remove(LONG nStream, BSTR bsType) {
-  if (View(bsType).empty()) return E_INVALIDARG;
+  if (InString(bsType).empty()) return E_INVALIDARG;
   ComPtr<IUnknown> cpObject;  // released after the lock: its destructor is not ours
   std::lock_guard<std::mutex> lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
-  CEntry* pEntry = _Find(nStream, View(bsType));
+  CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry) return S_FALSE;
   cpObject = std::move(pEntry->cpObject);
   *pEntry = CEntry{};
-  pEntry->strType = String(View(bsType));
-  _DropIfEmpty(nStream, View(bsType));
+  pEntry->strType = String(InString(bsType));
+  _DropIfEmpty(nStream, InString(bsType));
   return S_OK;
 }
 
 HRESULT CFFSideDataStore::StrGet(LONG nStream, BSTR bsType, BSTR* pbsValue) {
   if (!pbsValue) return E_POINTER;
   *pbsValue = nullptr;
-  if (View(bsType).empty()) return E_INVALIDARG;
+  if (InString(bsType).empty()) return E_INVALIDARG;
   std::lock_guard<std::mutex> lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
-  const CEntry* pEntry = _Find(nStream, View(bsType));
+  const CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry || !pEntry->bHasString) return S_FALSE;
   *pbsValue = SysAllocStringLen(pEntry->strValue.data(), static_cast<UINT>(pEntry->strValue.size()));
   return *pbsValue ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT CFFSideDataStore::StrSet(LONG nStream, BSTR bsType, BSTR bsValue) {
-  if (View(bsType).empty()) return E_INVALIDARG;
-  try {
-    String strValue(View(bsValue));
-    std::lock_guard<std::mutex> lock(m_mtx);
-    if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
-    CEntry& entry = _FindOrAdd(nStream, View(bsType));
-    entry.bHasString = true;
-    entry.strValue = std::move(strValue);
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  if (InString(bsType).empty()) return E_INVALIDARG;
+  String strValue(InString(bsValue));
+  std::lock_guard<std::mutex> lock(m_mtx);
+  if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
+  CEntry& entry = _FindOrAdd(nStream, InString(bsType));
+  entry.bHasString = true;
+  entry.strValue = std::move(strValue);
   return S_OK;
 }
 
 HRESULT CFFSideDataStore::ObjGet(LONG nStream, BSTR bsType, IUnknown** ppObj) {
   if (!ppObj) return E_POINTER;
   *ppObj = nullptr;
-  if (View(bsType).empty()) return E_INVALIDARG;
+  if (InString(bsType).empty()) return E_INVALIDARG;
   std::lock_guard<std::mutex> lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
-  const CEntry* pEntry = _Find(nStream, View(bsType));
+  const CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry || !pEntry->cpObject) return S_FALSE;
   return pEntry->cpObject.CopyTo(ppObj);
 }
 
 HRESULT CFFSideDataStore::ObjSet(LONG nStream, BSTR bsType, IUnknown* pObj) {
-  if (View(bsType).empty()) return E_INVALIDARG;
+  if (InString(bsType).empty()) return E_INVALIDARG;
   ComPtr<IUnknown> cpOld;
   {
     std::lock_guard<std::mutex> lock(m_mtx);
     if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
     if (!pObj) {
-      CEntry* pEntry = _Find(nStream, View(bsType));
+      CEntry* pEntry = _Find(nStream, InString(bsType));
       if (!pEntry || !pEntry->cpObject) return S_FALSE;
       cpOld = std::move(pEntry->cpObject);
-      _DropIfEmpty(nStream, View(bsType));
+      _DropIfEmpty(nStream, InString(bsType));
     } else {
-      try {
-        CEntry& entry = _FindOrAdd(nStream, View(bsType));
-        cpOld = std::move(entry.cpObject);
-        entry.cpObject = pObj;
-      } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-      }
+      CEntry& entry = _FindOrAdd(nStream, InString(bsType));
+      cpOld = std::move(entry.cpObject);
+      entry.cpObject = pObj;
     }
   }
   return S_OK;  // cpOld goes here, outside the lock

@@ -4,6 +4,11 @@
 // tags as strings, the streams' own side data as bytes) and empties it when
 // the source closes; hosts may add and remove entries of their own.
 //
+// Allocation failures leave as std::bad_alloc for the splitter's exception
+// guard to convert; the entries stay as they were. Type names and strings handed out are fresh
+// allocations the caller frees; names given in are read up to their
+// terminating zero.
+//
 // Any thread may call any method; one small lock guards the entries. A byte
 // view handed out stays valid until that entry's bytes are set again, the
 // entry is removed, or the store is reset.

@@ -148,7 +148,7 @@ CScript& SplitterScript() {
   return *s_pScript;
 }
 
-std::string Utf8(BSTR bs) { return bs ? vc::ToUtf8(vc::StringView(bs, SysStringLen(bs))) : std::string(); }
+std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 
 class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc::IKPropsImpl<CScriptedSplitter> {
  public:
@@ -174,6 +174,9 @@ class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc
   }
   HRESULT STDMETHODCALLTYPE SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG* _pnStreamsCount,
                                             LONGLONG* _prtTotalDuration) override {
+    // Out strings: null unless the call succeeds, then fresh copies the caller frees.
+    if (_pbsFilePath) *_pbsFilePath = nullptr;
+    if (_pbsXMLInfo) *_pbsXMLInfo = nullptr;
     const Step step = _Run({eCall::SplitterInfoGet, {}, 0, {}});
     if (FAILED(step.hr)) return step.hr;
     if (_pbsFilePath) *_pbsFilePath = vc::CBstr(m_strPath).Detach();
@@ -184,6 +187,8 @@ class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc
   }
   HRESULT STDMETHODCALLTYPE SplitterStreamInfoGet(LONG _nStream, K_STREAM_INFO* _pStreamInfo,
                                                   BSTR* _pbsStreamXMLInfo) override {
+    if (_pStreamInfo) *_pStreamInfo = K_STREAM_INFO{};
+    if (_pbsStreamXMLInfo) *_pbsStreamXMLInfo = nullptr;
     const Step step = _Run({eCall::SplitterStreamInfoGet, {}, _nStream, {}});
     if (FAILED(step.hr)) return step.hr;
     if (_pStreamInfo) {
