@@ -36,7 +36,12 @@ std::string BenchFile() {
 
 class CLogOff {
  public:
-  CLogOff() : m_nPrev(vc::LogSetLevel(vc::kLogOff)) { av_log_set_level(AV_LOG_QUIET); }
+  // The modules keep their own level, read from the environment when they
+  // load: set it before the first creation loads them.
+  CLogOff() : m_nPrev(vc::LogSetLevel(vc::kLogOff)) {
+    setenv("CORVANE_LOG_LEVEL", "off", 0);
+    av_log_set_level(AV_LOG_QUIET);
+  }
   ~CLogOff() { vc::LogSetLevel(m_nPrev); }
 
  private:

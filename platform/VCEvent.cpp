@@ -13,6 +13,31 @@ Clock::time_point DeadlineAfter(uint32_t nMilliseconds) {
   return Clock::now() + std::chrono::milliseconds(nMilliseconds);
 }
 
+// How long a waiter watches the flag before it goes to sleep. A consumer
+// that drained its queue usually sees the reading thread's next put within
+// a few microseconds; sleeping and being woken for it costs two system calls
+// and a trip through the scheduler per packet.
+constexpr auto kSpinBeforeSleep = std::chrono::microseconds(20);
+
+inline void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
+// True once isSet() holds, false when the spin time ran out first.
+template <class F>
+bool SpinFor(F isSet) {
+  const Clock::time_point tpEnd = Clock::now() + kSpinBeforeSleep;
+  for (;;) {
+    for (int i = 0; i < 64; ++i) {
+      if (isSet()) return true;
+      CpuRelax();
+    }
+    if (Clock::now() >= tpEnd) return isSet();
+  }
+}
+
 }  // namespace
 
 void CKEvent::Set() {
@@ -36,6 +61,7 @@ bool CKEvent::IsSet() const { return m_bSet.load(); }
 bool CKEvent::Wait(uint32_t nMilliseconds) const {
   if (m_bSet.load()) return true;
   if (nMilliseconds == 0) return false;
+  if (SpinFor([this] { return m_bSet.load(std::memory_order_acquire); })) return true;
   std::unique_lock<std::mutex> lock(m_mutex.native());
   ++m_nWaiters;
   const auto isSet = [this] { return m_bSet.load(); };

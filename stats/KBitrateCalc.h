@@ -49,6 +49,8 @@ class KBitrateCalc : public CKRefObject {
   mutable CKStatsLock m_csLock;
   CKRing<Entry> m_deqEntries;      // GUARDED_BY(m_csLock); oldest first
   int64_t m_llTotal = 0;           // GUARDED_BY(m_csLock); bytes of m_deqEntries
+  double m_dblWindowSeconds = 0.0;  // GUARDED_BY(m_csLock); the last window asked for
+  int64_t m_llWindow = 0;           // GUARDED_BY(m_csLock); the same in 100 ns
 };
 
 }  // namespace vc

@@ -96,10 +96,11 @@ class CSpinLock {
   std::atomic_flag m_flag = ATOMIC_FLAG_INIT;
 };
 
-class CVCPacket : public CKObjectRoot, public IVCPacket, public IVCSideData, public IKPacketRecord {
+class CVCPacket : public CKObjectRoot, public IVCPacket, public IKPacketRecord, public IVCSideData {
  public:
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
-    return QueryInterfaceTable<IVCPacket, IVCSideData, IKPacketRecord>(this, riid, ppv);
+    // The private face first: the queue asks for it on every put.
+    return QueryInterfaceTable<IVCPacket, IKPacketRecord, IVCSideData>(this, riid, ppv);
   }
 
   ~CVCPacket() { _ReleaseExternal(); }
