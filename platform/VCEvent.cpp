@@ -13,16 +13,41 @@ Clock::time_point DeadlineAfter(uint32_t nMilliseconds) {
   return Clock::now() + std::chrono::milliseconds(nMilliseconds);
 }
 
+// How long a waiter watches the flag before it goes to sleep. A consumer
+// that drained its queue usually sees the reading thread's next put within
+// a few microseconds; sleeping and being woken for it costs two system calls
+// and a trip through the scheduler per packet.
+constexpr auto kSpinBeforeSleep = std::chrono::microseconds(20);
+
+inline void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
+// True once isSet() holds, false when the spin time ran out first.
+template <class F>
+bool SpinFor(F isSet) {
+  const Clock::time_point tpEnd = Clock::now() + kSpinBeforeSleep;
+  for (;;) {
+    for (int i = 0; i < 64; ++i) {
+      if (isSet()) return true;
+      CpuRelax();
+    }
+    if (Clock::now() >= tpEnd) return isSet();
+  }
+}
+
 }  // namespace
 
 void CKEvent::Set() {
   if (m_bSet.exchange(true)) return;  // already set: every waiter has been woken
   if (m_nWaiters.load() == 0) return;
-  std::lock_guard<std::mutex> lock(m_mutex);
+  CKMutexLock lock(m_mutex);
   m_cv.notify_all();
   // Under our lock, so that a waiter that has unregistered is never touched.
   for (CMultiWaiter* pWaiter : m_vecWaiters) {
-    std::lock_guard<std::mutex> waiterLock(pWaiter->mutex);
+    CKMutexLock waiterLock(pWaiter->mutex);
     pWaiter->bSignalled = true;
     pWaiter->cv.notify_all();
   }
@@ -36,7 +61,8 @@ bool CKEvent::IsSet() const { return m_bSet.load(); }
 bool CKEvent::Wait(uint32_t nMilliseconds) const {
   if (m_bSet.load()) return true;
   if (nMilliseconds == 0) return false;
-  std::unique_lock<std::mutex> lock(m_mutex);
+  if (SpinFor([this] { return m_bSet.load(std::memory_order_acquire); })) return true;
+  std::unique_lock<std::mutex> lock(m_mutex.native());
   ++m_nWaiters;
   const auto isSet = [this] { return m_bSet.load(); };
   bool bSet = true;
@@ -50,13 +76,13 @@ bool CKEvent::Wait(uint32_t nMilliseconds) const {
 }
 
 void CKEvent::_AddWaiter(CMultiWaiter* pWaiter) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
+  CKMutexLock lock(m_mutex);
   m_vecWaiters.push_back(pWaiter);
   ++m_nWaiters;
 }
 
 void CKEvent::_RemoveWaiter(CMultiWaiter* pWaiter) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
+  CKMutexLock lock(m_mutex);
   m_vecWaiters.erase(std::remove(m_vecWaiters.begin(), m_vecWaiters.end(), pWaiter), m_vecWaiters.end());
   --m_nWaiters;
 }
@@ -84,15 +110,27 @@ int CKEvent::WaitAny(std::span<CKEvent* const> events, uint32_t nMilliseconds) {
     // never taken while the waiter's lock is held.
     nIndex = firstSet();
     if (nIndex >= 0) break;
-    std::unique_lock<std::mutex> lock(waiter.mutex);
-    if (nMilliseconds == kInfinite) {
-      waiter.cv.wait(lock, [&] { return waiter.bSignalled; });
-    } else if (!waiter.cv.wait_until(lock, deadline, [&] { return waiter.bSignalled; })) {
-      lock.unlock();
+    bool bTimedOut = false;
+    {
+      CKMutexLock lock(waiter.mutex);
+      // The condition variable needs the std::mutex itself; it hands the
+      // lock back before this scope's holder releases it.
+      std::unique_lock<std::mutex> native(waiter.mutex.native(), std::adopt_lock);
+      while (!waiter.bSignalled && !bTimedOut) {
+        if (nMilliseconds == kInfinite) {
+          waiter.cv.wait(native);
+        } else {
+          bTimedOut = waiter.cv.wait_until(native, deadline) == std::cv_status::timeout;
+        }
+      }
+      native.release();
+      if (waiter.bSignalled) bTimedOut = false;
+      waiter.bSignalled = false;
+    }
+    if (bTimedOut) {
       nIndex = firstSet();  // set at the last moment still counts
       break;
     }
-    waiter.bSignalled = false;
   }
   for (CKEvent* pEvent : events) {
     if (pEvent) pEvent->_RemoveWaiter(&waiter);

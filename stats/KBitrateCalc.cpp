@@ -21,7 +21,12 @@ void KBitrateCalc::_Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds
   m_deqEntries.push_back({llTime, nBytes});
   m_llTotal += nBytes;
 
-  const int64_t llWindow = RoundHalfAway(dblWindowSeconds * 10000000.0);
+  // Callers pass the same window every time: round it once.
+  if (dblWindowSeconds != m_dblWindowSeconds) {
+    m_dblWindowSeconds = dblWindowSeconds;
+    m_llWindow = RoundHalfAway(dblWindowSeconds * 10000000.0);
+  }
+  const int64_t llWindow = m_llWindow;
   while (m_deqEntries.size() >= 2) {
     // Saturating: the oldest entry may carry the unset time.
     if (SaturatingAdd(m_deqEntries.front().llTime, llWindow) >= llTime) break;

@@ -5,10 +5,10 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <mutex>
 
 #include "KRefObject.h"
+#include "KRing.h"
 #include "KStatsLock.h"
 #include "KStatsMath.h"
 
@@ -47,8 +47,10 @@ class KBitrateCalc : public CKRefObject {
   int32_t _Rate() const;
 
   mutable CKStatsLock m_csLock;
-  std::deque<Entry> m_deqEntries;  // GUARDED_BY(m_csLock); oldest first
+  CKRing<Entry> m_deqEntries;      // GUARDED_BY(m_csLock); oldest first
   int64_t m_llTotal = 0;           // GUARDED_BY(m_csLock); bytes of m_deqEntries
+  double m_dblWindowSeconds = 0.0;  // GUARDED_BY(m_csLock); the last window asked for
+  int64_t m_llWindow = 0;           // GUARDED_BY(m_csLock); the same in 100 ns
 };
 
 }  // namespace vc

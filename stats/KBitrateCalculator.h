@@ -15,11 +15,11 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <mutex>
 
 #include "KAverageCalc.h"
 #include "KClock.h"
+#include "KRing.h"
 #include "KStatsMath.h"
 
 namespace vc {
@@ -69,7 +69,7 @@ class KBitrateCalculator : public CKRefObject {
   int64_t m_llLastTotal = kUnsetTime;   // GUARDED_BY(m_csLock); mode 1 only
   int64_t m_llTotal = 0;                // GUARDED_BY(m_csLock); bytes in m_deqBuckets
   int64_t m_llTimeBase = kUnsetTime;    // GUARDED_BY(m_csLock); set once timed packets arrive
-  std::deque<Bucket> m_deqBuckets;      // GUARDED_BY(m_csLock); oldest first, times increasing
+  CKRing<Bucket> m_deqBuckets;          // GUARDED_BY(m_csLock); oldest first, times increasing
 };
 
 }  // namespace vc

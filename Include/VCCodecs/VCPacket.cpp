@@ -96,10 +96,11 @@ class CSpinLock {
   std::atomic_flag m_flag = ATOMIC_FLAG_INIT;
 };
 
-class CVCPacket : public CKObjectRoot, public IVCPacket, public IVCSideData {
+class CVCPacket : public CKObjectRoot, public IVCPacket, public IKPacketRecord, public IVCSideData {
  public:
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
-    return QueryInterfaceTable<IVCPacket, IVCSideData>(this, riid, ppv);
+    // The private face first: the queue asks for it on every put.
+    return QueryInterfaceTable<IVCPacket, IKPacketRecord, IVCSideData>(this, riid, ppv);
   }
 
   ~CVCPacket() { _ReleaseExternal(); }
@@ -117,6 +118,9 @@ class CVCPacket : public CKObjectRoot, public IVCPacket, public IVCSideData {
   HRESULT STDMETHODCALLTYPE PacketStreamInfoGet(K_STREAM_INFO* _pStreamInfo) override;
   HRESULT STDMETHODCALLTYPE PacketTimeGet(K_TIME* _pTime) override;
   HRESULT STDMETHODCALLTYPE PacketAppendData(LONG cbData, LONGLONG lpData) override;
+
+  const CKStreamInfo* STDMETHODCALLTYPE StreamInfoPeek() override { return &m_streamInfo; }
+  void STDMETHODCALLTYPE RecordGet(K_TIME* pTime, K_PACKET_INFO* pPacketInfo) override;
 
   // Named attachments (data, strings, objects) that a packet carries to the
   // frame it decodes into and back. A packet has one set: the stream
@@ -244,8 +248,23 @@ HRESULT CVCPacket::PacketInfoSet(K_PACKET_INFO* _pPacketInfo) {
 
 HRESULT CVCPacket::PacketStreamInfoGet(K_STREAM_INFO* _pStreamInfo) {
   if (!_pStreamInfo) return E_POINTER;
+  // The name is an output string: the caller owns (and frees) what it gets.
+  BSTR bsName = nullptr;
+  if (const BSTR bsOwn = m_streamInfo.bsCodecNameOrTag) {
+    bsName = SysAllocStringLen(bsOwn, SysStringLen(bsOwn));
+    if (!bsName) return E_OUTOFMEMORY;
+  }
   *_pStreamInfo = m_streamInfo.Get();
+  _pStreamInfo->bsCodecNameOrTag = bsName;
   return S_OK;
+}
+
+void CVCPacket::RecordGet(K_TIME* pTime, K_PACKET_INFO* pPacketInfo) {
+  if (pTime) *pTime = m_time;
+  if (pPacketInfo) {
+    std::lock_guard<CSpinLock> lock(m_csLock);
+    *pPacketInfo = m_packetInfo;
+  }
 }
 
 HRESULT CVCPacket::PacketTimeGet(K_TIME* _pTime) {
@@ -349,6 +368,42 @@ HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const CKStreamInfo&
     return E_INVALIDARG;
   }
   return CreatePacket(pPacketInfo, nullptr, pTime, pData, cbData, pfnRelease, pContext, ppPacket, &stream);
+}
+
+ComPtr<IKPacketRecord> VCPacketRecordOf(IVCPacket* pPacket) {
+  ComPtr<IKPacketRecord> cpRecord;
+  if (!pPacket ||
+      FAILED(pPacket->QueryInterface(IidOf<IKPacketRecord>(), reinterpret_cast<void**>(cpRecord.AddressOf()))))
+    return ComPtr<IKPacketRecord>();
+  return cpRecord;
+}
+
+HRESULT VCPacketStreamInfo(IVCPacket* pPacket, CKStreamInfo* pStream) {
+  if (!pPacket || !pStream) return E_POINTER;
+  if (ComPtr<IKPacketRecord> cpRecord = VCPacketRecordOf(pPacket)) {
+    *pStream = *cpRecord->StreamInfoPeek();
+    return S_OK;
+  }
+  K_STREAM_INFO stream{};
+  const HRESULT hr = pPacket->PacketStreamInfoGet(&stream);
+  if (FAILED(hr)) return hr;
+  try {
+    *pStream = CKStreamInfo(stream);
+  } catch (const std::bad_alloc&) {
+    SysFreeString(stream.bsCodecNameOrTag);
+    return E_OUTOFMEMORY;
+  }
+  SysFreeString(stream.bsCodecNameOrTag);
+  return S_OK;
+}
+
+eVCMediaType VCPacketMediaType(IVCPacket* pPacket) {
+  if (!pPacket) return eVCMT_Empty;
+  if (ComPtr<IKPacketRecord> cpRecord = VCPacketRecordOf(pPacket)) return cpRecord->StreamInfoPeek()->eMediaType;
+  K_STREAM_INFO stream{};
+  if (FAILED(pPacket->PacketStreamInfoGet(&stream))) return eVCMT_Empty;
+  SysFreeString(stream.bsCodecNameOrTag);
+  return stream.eMediaType;
 }
 
 }  // namespace vc

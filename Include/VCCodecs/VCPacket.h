@@ -12,10 +12,16 @@
 // does not own; PacketAppendData is the only way to change the payload.
 //
 // Every method may be called from any thread; a small lock keeps the records
-// consistent. Pointers handed out (lpPacketData, lpSideData, lpCodecData,
-// bsCodecNameOrTag) stay the packet's: they are valid while the caller holds
-// a reference and, for the payload, until the next PacketAppendData. The
+// consistent. PacketStreamInfoGet hands out a fresh copy of the codec name
+// (bsCodecNameOrTag) on every call, which the caller frees like any other
+// output string. The other pointers handed out (lpPacketData, lpSideData,
+// lpCodecData) stay the packet's: they are valid while the caller holds a
+// reference and, for the payload, until the next PacketAppendData, and the
 // caller must not free them.
+//
+// Our own code reads a packet's description without that copy through
+// VCPacketStreamInfo / VCPacketMediaType below: packets made here answer the
+// private IKPacketRecord, and foreign packets take the public road.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +29,7 @@
 #include <vector>
 
 #include "VCCodecsCore.h"
+#include "VCComPtr.h"
 #include "VCStrings.h"
 
 namespace vc {
@@ -86,5 +93,35 @@ HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const K_STREAM_INFO
 HRESULT CreateVCPacketOver(const K_PACKET_INFO* pPacketInfo, const CKStreamInfo& stream, const K_TIME* pTime,
                            const void* pData, LONG cbData, PFN_PACKET_PAYLOAD_RELEASE pfnRelease, void* pContext,
                            IVCPacket** ppPacket);
+
+}  // namespace vc
+
+// What this library's packets tell our own code without the public
+// interface's copies: answered by QueryInterface next to IVCPacket. Not
+// published, so a packet from elsewhere simply does not answer it. The
+// layout is the one of this library's CKStreamInfo: every module that asks
+// links the same library. Any thread.
+struct IKPacketRecord : public IUnknown {
+  // The description the packet was made with. It never changes; the pointer
+  // is valid while the caller holds a reference to the packet.
+  virtual const vc::CKStreamInfo* STDMETHODCALLTYPE StreamInfoPeek() = 0;
+  // Time and info, read together under the packet's lock.
+  virtual void STDMETHODCALLTYPE RecordGet(K_TIME* pTime, K_PACKET_INFO* pPacketInfo) = 0;
+};
+VC_DECLARE_IID(IKPacketRecord, "8C2E5A71-3B94-4D0E-A6F2-19D7C4B05E38");
+
+namespace vc {
+
+// The private face of one of this library's packets; null for any other.
+ComPtr<IKPacketRecord> VCPacketRecordOf(IVCPacket* pPacket);
+// The description of a packet's stream, the way our own code reads it: for a
+// packet made by this library (in any module) a share of the packet's own
+// description (no allocation); for any other packet a copy of what
+// PacketStreamInfoGet hands out, whose codec name is then freed. Fails with
+// the packet's code (or E_POINTER) and leaves *pStream as it was.
+HRESULT VCPacketStreamInfo(IVCPacket* pPacket, CKStreamInfo* pStream);
+// Only the media type (eVCMT_Empty when the packet does not tell); allocates
+// nothing for our own packets.
+eVCMediaType VCPacketMediaType(IVCPacket* pPacket);
 
 }  // namespace vc

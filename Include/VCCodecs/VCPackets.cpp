@@ -61,10 +61,19 @@ std::string VCSizeText(LONGLONG llBytes) {
 
 VCPacketRecord::VCPacketRecord(IVCPacket* pPacket, const CKStreamInfo& hint) : cpVCPacket(pPacket) {
   if (!pPacket) return;
+  if (ComPtr<IKPacketRecord> cpRecord = VCPacketRecordOf(pPacket)) {
+    // One of ours: one call for time and info, and the description shared.
+    cpRecord->RecordGet(&time, &pktInfo);
+    stmInfo = *cpRecord->StreamInfoPeek();
+    return;
+  }
   pPacket->PacketTimeGet(&time);
   pPacket->PacketInfoGet(&pktInfo);
   K_STREAM_INFO streamInfo{};
-  if (SUCCEEDED(pPacket->PacketStreamInfoGet(&streamInfo))) stmInfo = CKStreamInfo::FromShared(streamInfo, hint);
+  if (SUCCEEDED(pPacket->PacketStreamInfoGet(&streamInfo))) {
+    stmInfo = CKStreamInfo::FromShared(streamInfo, hint);
+    SysFreeString(streamInfo.bsCodecNameOrTag);  // the copy handed to us
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -95,7 +104,7 @@ LONGLONG VCPacketDeq::_Duration() const {
 LONGLONG VCPacketDeq::DeqPut(IVCPacket* _pPacket, LONGLONG rtReady, LONGLONG rtMax, bool bDropAllowed,
                              K_TIME* pTime, K_PACKET_INFO* pPacketInfo) {
   VC_PACKETS_ASSERT(_pPacket);
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (!_pPacket) return _Duration();
 
   // One sample per packet: the time since the previous put, read once from
@@ -109,7 +118,7 @@ LONGLONG VCPacketDeq::DeqPut(IVCPacket* _pPacket, LONGLONG rtReady, LONGLONG rtM
   _BeginSegmentOf(packetInfo);
   VC_PACKETS_ASSERT(!m_bEOS);
   m_bEOS.store(false, std::memory_order_relaxed);
-  m_bitrate->Push(packetInfo.time.rtStartTime, packetInfo.pktInfo.cbPacketData, 1.0);
+  m_bitrate.Push(packetInfo.time.rtStartTime, packetInfo.pktInfo.cbPacketData, 1.0);
   _Stamp(packetInfo);
   _TrackTime(packetInfo);
   m_llSizeBytes += packetInfo.pktInfo.cbPacketData;
@@ -199,39 +208,49 @@ LONGLONG VCPacketDeq::_Admit(const VCPacketRecord& packetInfo, LONGLONG rtReady,
 }
 
 HRESULT VCPacketDeq::DeqGet(IVCPacket** ppPacket, bool bRemove) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (m_deqPackets.empty()) return m_bEOS ? HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA) : HRESULT_FROM_WIN32(ERROR_EMPTY);
 
-  // A removal moves the record out; a peek copies it (one more reference).
-  VCPacketRecord packetInfo = bRemove ? std::move(m_deqPackets.front()) : m_deqPackets.front();
-  VC_PACKETS_ASSERT(packetInfo.cpVCPacket);
-  if (bRemove) {
-    m_llSizeBytes -= packetInfo.pktInfo.cbPacketData;
-    m_deqPackets.pop_front();
-    if (m_deqPackets.empty()) {
-      const bool bEOS = m_bEOS;
-      VC_LOG(kLogEvent, "(Stream:%d) Seg:%ws #%d Pts:%I64d - %ws READY EVENT\n", packetInfo.pktInfo.nStreamIndex,
-             TimeTextW(m_rtSegmentStart).c_str(), packetInfo.pktInfo.nIndexInSegment, packetInfo.pktInfo.llPts,
-             bEOS ? W("KEEP(EOS)") : W("RESET"));
-      // After end of stream the event stays set, so waiters see the end.
-      if (!bEOS) m_hEvent->Reset();
-      m_rtTimeFirst = VC_TIME_UNSET;
-      m_rtTimeLast = VC_TIME_UNSET;
-      VC_PACKETS_ASSERT(m_llSizeBytes == 0);
-      m_llSizeBytes = 0;
-    } else if (VCPacketHasTime(packetInfo.time)) {
-      m_rtTimeFirst = std::max(packetInfo.time.rtStartTime, m_rtTimeFirst);
-    }
+  // The front record is read where it lies: a removal takes its packet
+  // reference and the few fields it still needs, then lets the slot go.
+  VCPacketRecord& front = m_deqPackets.front();
+  VC_PACKETS_ASSERT(front.cpVCPacket);
+  if (!bRemove) {
+    _LogGet(LogIsOn(kLogPacket) ? _PacketText(front) : String());
+    return ppPacket ? front.cpVCPacket.CopyTo(ppPacket) : S_OK;
   }
-  VC_LOG(kLogPacket, "[%ws] Deq:%d(%I64d bytes) DeqTimes:%ws..%ws (Seg:%ws)", _PacketText(packetInfo).c_str(),
+  const String strPacket = LogIsOn(kLogPacket) ? _PacketText(front) : String();
+  const K_PACKET_INFO& info = front.pktInfo;
+  const LONG nStream = info.nStreamIndex;
+  const LONG nIndex = info.nIndexInSegment;
+  const LONGLONG llPts = info.llPts;
+  const bool bHasTime = VCPacketHasTime(front.time);
+  const LONGLONG rtStart = front.time.rtStartTime;
+  m_llSizeBytes -= info.cbPacketData;
+  ComPtr<IVCPacket> cpVCPacket = std::move(front.cpVCPacket);
+  m_deqPackets.pop_front();
+  if (m_deqPackets.empty()) {
+    const bool bEOS = m_bEOS;
+    VC_LOG(kLogEvent, "(Stream:%d) Seg:%ws #%d Pts:%I64d - %ws READY EVENT\n", nStream,
+           TimeTextW(m_rtSegmentStart).c_str(), nIndex, llPts, bEOS ? W("KEEP(EOS)") : W("RESET"));
+    // After end of stream the event stays set, so waiters see the end.
+    if (!bEOS) m_hEvent->Reset();
+    m_rtTimeFirst = VC_TIME_UNSET;
+    m_rtTimeLast = VC_TIME_UNSET;
+    VC_PACKETS_ASSERT(m_llSizeBytes == 0);
+    m_llSizeBytes = 0;
+  } else if (bHasTime) {
+    m_rtTimeFirst = std::max(rtStart, m_rtTimeFirst);
+  }
+  _LogGet(strPacket);
+  if (ppPacket) *ppPacket = cpVCPacket.Detach();  // the record's reference goes to the caller
+  return S_OK;
+}
+
+void VCPacketDeq::_LogGet(const String& strPacket) const {
+  VC_LOG(kLogPacket, "[%ws] Deq:%d(%I64d bytes) DeqTimes:%ws..%ws (Seg:%ws)", strPacket.c_str(),
          static_cast<int>(m_deqPackets.size()), m_llSizeBytes, TimeTextW(m_rtTimeFirst).c_str(),
          TimeTextW(m_rtTimeLast).c_str(), TimeTextW(m_rtSegmentStart).c_str());
-  if (!ppPacket) return S_OK;
-  if (bRemove) {
-    *ppPacket = packetInfo.cpVCPacket.Detach();  // the record's reference goes to the caller
-    return S_OK;
-  }
-  return packetInfo.cpVCPacket.CopyTo(ppPacket);
 }
 
 void VCPacketDeq::DeqEOS() {
@@ -241,7 +260,7 @@ void VCPacketDeq::DeqEOS() {
 }
 
 void VCPacketDeq::DeqClear() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   _Clear();
 }
 
@@ -262,12 +281,12 @@ void VCPacketDeq::_Clear() {
   m_lastTime = K_TIME{};
   m_rate.Clear();
   m_tpLastPut = std::chrono::steady_clock::now();
-  m_bitrate->Reset();
+  m_bitrate.Reset();
   m_llDropped = 0;
 }
 
 bool VCPacketDeq::DeqReset(LONGLONG rtSegmentStart, bool bForce) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (!m_deqPackets.empty()) {
     VC_PACKETS_ASSERT(m_rtSegmentStart == m_deqPackets.front().pktInfo.rtSegmentStart);
     const bool bHoldsSegmentFromStart = !bForce && rtSegmentStart >= 0 && !m_bEOS &&
@@ -285,7 +304,7 @@ bool VCPacketDeq::DeqReset(LONGLONG rtSegmentStart, bool bForce) {
 }
 
 LONG VCPacketDeq::DeqSetSegment(LONGLONG rtSegmentStart) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   m_rtSegmentStart = rtSegmentStart;
   m_deqPackets.ForEach([rtSegmentStart](VCPacketRecord& record) { record.pktInfo.rtSegmentStart = rtSegmentStart; });
   return static_cast<LONG>(m_deqPackets.size());
@@ -293,7 +312,7 @@ LONG VCPacketDeq::DeqSetSegment(LONGLONG rtSegmentStart) {
 
 bool VCPacketDeq::DeqCompareOrder(LONG* _pnCompare) {
   VC_PACKETS_ASSERT(_pnCompare);
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (!_pnCompare || m_deqPackets.empty()) return false;
   const LONG nOrder = m_deqPackets.front().pktInfo.nOrderInSegment;
   if (nOrder >= *_pnCompare) return false;
@@ -303,7 +322,7 @@ bool VCPacketDeq::DeqCompareOrder(LONG* _pnCompare) {
 
 LONGLONG VCPacketDeq::DeqDescription(LONGLONG* prtSpan, BSTR* pbsText, LONGLONG* pllDropped) {
   if (pbsText) *pbsText = nullptr;
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   const LONGLONG rtDuration = _Duration();
   // The test reads inverted on purpose and is kept that way: with real data
   // (last after first) the span reads 0, and readers rely on that.
@@ -320,33 +339,33 @@ LONGLONG VCPacketDeq::DeqDescription(LONGLONG* prtSpan, BSTR* pbsText, LONGLONG*
 }
 
 LONGLONG VCPacketDeq::DeqDuration() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return _Duration();
 }
 
 LONG VCPacketDeq::DeqSize() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return static_cast<LONG>(m_deqPackets.size());
 }
 
 bool VCPacketDeq::IsWaitStream() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return m_bWaitStream;
 }
 
 void VCPacketDeq::SetWaitStream(bool bWaitStream) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   m_bWaitStream = bWaitStream;
 }
 
 eVCMediaType VCPacketDeq::MediaTypeGet(LONG* pnAVIndex) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (pnAVIndex) *pnAVIndex = m_nAVIndex;
   return m_eMediaType;
 }
 
 VCPacketDeq::CState VCPacketDeq::StateGet() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   CState state;
   state.bEOS = m_bEOS;
   state.bWaitStream = m_bWaitStream;
@@ -357,12 +376,12 @@ VCPacketDeq::CState VCPacketDeq::StateGet() {
 }
 
 LONG VCPacketDeq::BitrateGet() {
-  std::lock_guard<std::mutex> lock(m_csLock);
-  return m_bitrate->Rate();
+  CKMutexLock lock(m_csLock);
+  return m_bitrate.Rate();
 }
 
 std::string VCPacketDeq::RateText() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return m_rate.Text(true);
 }
 

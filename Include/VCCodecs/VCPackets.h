@@ -25,7 +25,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <shared_mutex>
 #include <span>
 #include <string>
@@ -34,10 +33,12 @@
 #include "KAverageTime.h"
 #include "KBitrateCalc.h"
 #include "KClock.h"
+#include "KRing.h"
 #include "VCAssert.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
+#include "VCCritSec.h"
 #include "VCEvent.h"
 #include "VCSharedLock.h"
 #include "VCStrings.h"
@@ -58,64 +59,6 @@ struct VCPacketRecord {
   // Reads the packet's info, stream description and time and keeps a
   // reference to it. A stream description equal to hint's shares its storage.
   explicit VCPacketRecord(IVCPacket* pPacket, const CKStreamInfo& hint = CKStreamInfo());
-};
-
-// The double-ended queue behind a packet queue: a ring of slots that grows
-// by doubling, so that the steady put/get of a stream allocates nothing (a
-// std::deque of records this size allocates a block every other put). A slot
-// that is popped is reset at once, releasing its packet. The storage shrinks
-// back when the ring empties after having grown large. Not synchronised.
-template <class T>
-class CKRing {
- public:
-  bool empty() const { return m_nSize == 0; }
-  size_t size() const { return m_nSize; }
-  T& front() { return m_pSlots[m_nHead]; }
-  T& back() { return m_pSlots[_Slot(m_nSize - 1)]; }
-
-  void push_back(T&& value) {
-    if (m_nSize == m_nCapacity) _Grow();
-    m_pSlots[_Slot(m_nSize)] = std::move(value);
-    ++m_nSize;
-  }
-  void pop_front() {
-    m_pSlots[m_nHead] = T();
-    m_nHead = (m_nHead + 1) & (m_nCapacity - 1);
-    if (--m_nSize == 0) _ShrinkEmpty();
-  }
-  void clear() {
-    while (m_nSize > 0) pop_front();
-  }
-  template <class F>
-  void ForEach(F fn) {
-    for (size_t i = 0; i < m_nSize; ++i) fn(m_pSlots[_Slot(i)]);
-  }
-  size_t capacity() const { return m_nCapacity; }
-
-  static constexpr size_t kInitialCapacity = 16;
-  static constexpr size_t kKeptCapacity = 1024;  // an empty ring keeps at most this many slots
-
- private:
-  size_t _Slot(size_t nIndex) const { return (m_nHead + nIndex) & (m_nCapacity - 1); }
-  void _Grow() {
-    const size_t nNew = m_nCapacity ? 2 * m_nCapacity : kInitialCapacity;
-    std::unique_ptr<T[]> pNew(new T[nNew]);
-    for (size_t i = 0; i < m_nSize; ++i) pNew[i] = std::move(m_pSlots[_Slot(i)]);
-    m_pSlots = std::move(pNew);
-    m_nCapacity = nNew;
-    m_nHead = 0;
-  }
-  void _ShrinkEmpty() {
-    m_nHead = 0;
-    if (m_nCapacity <= kKeptCapacity) return;
-    m_pSlots.reset(new T[kKeptCapacity]);
-    m_nCapacity = kKeptCapacity;
-  }
-
-  std::unique_ptr<T[]> m_pSlots;
-  size_t m_nCapacity = 0;  // 0 or a power of two
-  size_t m_nHead = 0;
-  size_t m_nSize = 0;
 };
 
 // A packet has no time when its start equals its end and that value is 0 or
@@ -200,40 +143,41 @@ class VCPacketDeq {
   template <class, class>
   friend class VCPacketsStreams;
 
-  void _Clear();
-  LONGLONG _Duration() const;
+  void _Clear() VC_REQUIRES(m_csLock);
+  LONGLONG _Duration() const VC_REQUIRES(m_csLock);
   // Steps of DeqPut, all under the lock.
-  void _BeginSegmentOf(const VCPacketRecord& packetInfo);
-  void _Stamp(VCPacketRecord& packetInfo);
-  void _TrackTime(VCPacketRecord& packetInfo);
-  void _CheckStream(const VCPacketRecord& packetInfo);
+  void _BeginSegmentOf(const VCPacketRecord& packetInfo) VC_REQUIRES(m_csLock);
+  void _Stamp(VCPacketRecord& packetInfo) VC_REQUIRES(m_csLock);
+  void _TrackTime(VCPacketRecord& packetInfo) VC_REQUIRES(m_csLock);
+  void _CheckStream(const VCPacketRecord& packetInfo) VC_REQUIRES(m_csLock);
   LONGLONG _Admit(const VCPacketRecord& packetInfo, LONGLONG rtReady, LONGLONG rtMax, bool bDropAllowed,
-                  K_TIME* pTime, K_PACKET_INFO* pPacketInfo);
+                  K_TIME* pTime, K_PACKET_INFO* pPacketInfo) VC_REQUIRES(m_csLock);
   String _PacketText(const VCPacketRecord& packetInfo) const;
+  void _LogGet(const String& strPacket) const VC_REQUIRES(m_csLock);
 
-  LONGLONG m_rtMinPacketTime = 0;             // GUARDED_BY(m_csLock); smallest gap, 0 = unknown
-  LONGLONG m_rtTimeFirst = VC_TIME_UNSET;     // GUARDED_BY(m_csLock)
-  LONGLONG m_rtTimeLast = VC_TIME_UNSET;      // GUARDED_BY(m_csLock)
-  LONGLONG m_llSizeBytes = 0;                 // GUARDED_BY(m_csLock)
-  mutable std::mutex m_csLock;
-  CKRing<VCPacketRecord> m_deqPackets;        // GUARDED_BY(m_csLock); oldest first
-  const CKEventPtr m_hEvent;                  // manual reset, created reset
-  LONG m_nPacketsInSegment = 0;               // GUARDED_BY(m_csLock)
-  LONGLONG m_rtSegmentStart = -1;             // GUARDED_BY(m_csLock)
-  K_TIME m_lastTime{};                        // GUARDED_BY(m_csLock)
-  LONG m_nKeyDistance = -1;                   // GUARDED_BY(m_csLock)
-  std::atomic<bool> m_bEOS{false};            // written by DeqEOS without the lock
-  std::atomic<LONG> m_nStream{-1};            // read by DeqEOS without the lock
-  LONGLONG m_llDropped = 0;                   // GUARDED_BY(m_csLock)
-  bool m_bWaitStream = false;                 // GUARDED_BY(m_csLock)
-  eVCMediaType m_eMediaType = eVCMT_Empty;    // GUARDED_BY(m_csLock)
-  std::atomic<LONG> m_nAVIndex{0};            // set by the set once, right after creation
-  std::optional<KBitrateCalc> m_bitrate{std::in_place, eKStatsLocking::ByOwner};  // GUARDED_BY(m_csLock); replaced to reset
-  KAverageTime m_rate{30, eKStatsLocking::ByOwner};  // GUARDED_BY(m_csLock)
-  KClock m_clockStats;                        // its own lock
+  LONGLONG m_rtMinPacketTime VC_GUARDED_BY(m_csLock) = 0;  // smallest gap, 0 = unknown
+  LONGLONG m_rtTimeFirst VC_GUARDED_BY(m_csLock) = VC_TIME_UNSET;
+  LONGLONG m_rtTimeLast VC_GUARDED_BY(m_csLock) = VC_TIME_UNSET;
+  LONGLONG m_llSizeBytes VC_GUARDED_BY(m_csLock) = 0;
+  mutable CKMutex m_csLock;
+  CKRing<VCPacketRecord> m_deqPackets VC_GUARDED_BY(m_csLock);  // oldest first
+  const CKEventPtr m_hEvent;                                     // manual reset, created reset
+  LONG m_nPacketsInSegment VC_GUARDED_BY(m_csLock) = 0;
+  LONGLONG m_rtSegmentStart VC_GUARDED_BY(m_csLock) = -1;
+  K_TIME m_lastTime VC_GUARDED_BY(m_csLock){};
+  LONG m_nKeyDistance VC_GUARDED_BY(m_csLock) = -1;
+  std::atomic<bool> m_bEOS{false};  // written by DeqEOS without the lock
+  std::atomic<LONG> m_nStream{-1};  // read by DeqEOS without the lock
+  LONGLONG m_llDropped VC_GUARDED_BY(m_csLock) = 0;
+  bool m_bWaitStream VC_GUARDED_BY(m_csLock) = false;
+  eVCMediaType m_eMediaType VC_GUARDED_BY(m_csLock) = eVCMT_Empty;
+  std::atomic<LONG> m_nAVIndex{0};  // set by the set once, right after creation
+  KBitrateCalc m_bitrate VC_GUARDED_BY(m_csLock){eKStatsLocking::ByOwner};
+  KAverageTime m_rate VC_GUARDED_BY(m_csLock){30, eKStatsLocking::ByOwner};
+  KClock m_clockStats;  // its own lock
   // The description of the last packet put: the next one usually shares it.
-  CKStreamInfo m_stmInfoLast;                 // GUARDED_BY(m_csLock)
-  std::chrono::steady_clock::time_point m_tpLastPut;  // GUARDED_BY(m_csLock); m_rate's sample start
+  CKStreamInfo m_stmInfoLast VC_GUARDED_BY(m_csLock);
+  std::chrono::steady_clock::time_point m_tpLastPut VC_GUARDED_BY(m_csLock);  // m_rate's sample start
 };
 
 // The owner hook: TOwner answers whether the queues may drop packets
@@ -295,8 +239,8 @@ class VCPacketsStreams {
 
   // Bits per second of all packets put through the set.
   LONG AggregateBitrateGet() const {
-    std::lock_guard<std::mutex> lock(m_csBitrate);
-    return m_bitrate->Rate();
+    CKMutexLock lock(m_csBitrate);
+    return m_bitrate.Rate();
   }
 
  private:
@@ -305,12 +249,10 @@ class VCPacketsStreams {
 
   TOwner* const m_pOwner;
   mutable CKSharedLock m_srwLock;
-  std::map<LONG, DeqPtr> m_mapDeques;  // GUARDED_BY(m_srwLock)
-  // The aggregate meter over every packet put. It has no reset of its own,
-  // so a new segment replaces it, under m_csBitrate so a reader never sees it
-  // replaced under it.
-  mutable std::mutex m_csBitrate;
-  std::optional<KBitrateCalc> m_bitrate{std::in_place, eKStatsLocking::ByOwner};  // GUARDED_BY(m_csBitrate)
+  std::map<LONG, DeqPtr> m_mapDeques;  // guarded by m_srwLock
+  // The aggregate meter over every packet put; a new segment resets it.
+  mutable CKMutex m_csBitrate;
+  KBitrateCalc m_bitrate VC_GUARDED_BY(m_csBitrate){eKStatsLocking::ByOwner};
 };
 
 // ---------------------------------------------------------------------------
@@ -363,8 +305,8 @@ LONGLONG VCPacketsStreams<TOwner, TDeq>::PacketPut(IVCPacket* _pPacket, bool bCr
   K_TIME time{};
   const LONGLONG rtDuration = pDeq->DeqPut(_pPacket, toTime(dblReady), toTime(dblMax), bDropAllowed, &time);
   {
-    std::lock_guard<std::mutex> lockBitrate(m_csBitrate);
-    m_bitrate->Push(time.rtStartTime, pktInfo.cbPacketData, 1.0);
+    CKMutexLock lockBitrate(m_csBitrate);
+    m_bitrate.Push(time.rtStartTime, pktInfo.cbPacketData, 1.0);
   }
   if (pnAVIndex) pDeq->MediaTypeGet(pnAVIndex);
   return rtDuration;
@@ -411,8 +353,8 @@ bool VCPacketsStreams<TOwner, TDeq>::BeginSegment(LONG nStream, LONGLONG rtSegme
   }
 
   {
-    std::lock_guard<std::mutex> lockBitrate(m_csBitrate);
-    m_bitrate->Reset();
+    CKMutexLock lockBitrate(m_csBitrate);
+    m_bitrate.Reset();
   }
   bool bCleared = false;
   for (auto it = m_mapDeques.begin(); it != m_mapDeques.end();) {

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "VCCritSec.h"
 #include "VCPlatform.h"
 
 namespace vc {
@@ -48,10 +49,10 @@ class CSimpleThreadBase {
 
  private:
   const std::string m_strClassName;
-  mutable std::mutex m_csLock;
-  std::condition_variable m_cvWake;
-  bool m_bWake = false;  // GUARDED_BY(m_csLock)
-  std::thread m_thread;  // GUARDED_BY(m_csLock)
+  mutable CKMutex m_csLock;
+  std::condition_variable m_cvWake;                // waits on m_csLock.native()
+  bool m_bWake VC_GUARDED_BY(m_csLock) = false;
+  std::thread m_thread VC_GUARDED_BY(m_csLock);
   std::atomic<bool> m_bRun{false};
   std::atomic<DWORD> m_dwThreadId{0};
 };

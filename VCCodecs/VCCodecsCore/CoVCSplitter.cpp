@@ -288,8 +288,7 @@ void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtS
     m_thread.ThreadWake();
     return;
   }
-  K_STREAM_INFO stream{};
-  cpVCPacket->PacketStreamInfoGet(&stream);  // the packet's own copy: not freed here
+  const eVCMediaType eMediaType = VCPacketMediaType(cpVCPacket.Get());  // no copy of the description
   K_PACKET_INFO info{};
   cpVCPacket->PacketInfoGet(&info);
   info.nOrderInSegment = nOrder;
@@ -304,7 +303,7 @@ void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtS
   LONGLONG rtReady = 0, rtFull = 0;
   _BufferLevels(&rtReady, &rtFull);
   const LONGLONG rtMax = std::max(rtFull, rtReady + 1000000);
-  const bool bAV = stream.eMediaType == eVCMT_Video || stream.eMediaType == eVCMT_Audio;
+  const bool bAV = eMediaType == eVCMT_Video || eMediaType == eVCMT_Audio;
   const LONGLONG rtDuration = m_streams.PacketPut(cpVCPacket.Get(), false, bAV ? static_cast<double>(rtReady) : 0.0,
                                                   static_cast<double>(rtMax));
   const LONGLONG rtBuffered = m_streams.BufferedDuration(-1, -1, 3);

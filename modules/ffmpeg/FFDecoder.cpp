@@ -198,9 +198,9 @@ HRESULT CCoFFDecoder::DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* 
   bool bHave = false;
   if (_pVCPacket) {
     // The packet's own description wins: it is what the packets really are.
-    K_STREAM_INFO packetInfo{};
-    if (SUCCEEDED(_pVCPacket->PacketStreamInfoGet(&packetInfo)) && Usable(packetInfo)) {
-      info = CKStreamInfo(packetInfo);
+    CKStreamInfo packetInfo;
+    if (SUCCEEDED(VCPacketStreamInfo(_pVCPacket, &packetInfo)) && Usable(packetInfo)) {
+      info = packetInfo;
       bHave = true;
     }
   }
@@ -224,9 +224,8 @@ HRESULT CCoFFDecoder::DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* 
 HRESULT CCoFFDecoder::_EnsureOpen(IVCPacket* pPacket) {
   if (m_session.IsOpen()) return S_OK;
   if (pPacket) {
-    K_STREAM_INFO packetInfo{};
-    if (SUCCEEDED(pPacket->PacketStreamInfoGet(&packetInfo)) && Usable(packetInfo))
-      m_streamInfo = CKStreamInfo(packetInfo);
+    CKStreamInfo packetInfo;
+    if (SUCCEEDED(VCPacketStreamInfo(pPacket, &packetInfo)) && Usable(packetInfo)) m_streamInfo = packetInfo;
   }
   if (!Usable(m_streamInfo)) {
     VC_LOG(eVCLL_Error, "%s decoder: nothing to decode with: no stream description (hr=%08X)\n", _DeviceLabel(),

@@ -134,6 +134,8 @@ class FFSplitterTest : public ::testing::Test {
     cpPacket->PacketInfoGet(&pGot->info);
     cpPacket->PacketTimeGet(&pGot->time);
     cpPacket->PacketStreamInfoGet(&pGot->stream);
+    SysFreeString(pGot->stream.bsCodecNameOrTag);  // a fresh copy each call: the caller's to free
+    pGot->stream.bsCodecNameOrTag = nullptr;
     pGot->llHash = Fnv1a(reinterpret_cast<const uint8_t*>(pGot->info.lpPacketData),
                          static_cast<size_t>(pGot->info.cbPacketData));
     return hr;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <vector>
 
 #include "VCCodecs/VCPacket.h"
@@ -67,6 +68,43 @@ inline K_PACKET_INFO InfoOf(IVCPacket* pPacket) {
   EXPECT_EQ(pPacket->PacketInfoGet(&info), S_OK);
   return info;
 }
+
+// A packet from elsewhere: forwards IVCPacket to one of ours but answers
+// nothing else, so the readers must take the public road (and free the codec
+// name that road hands out). Counts the description reads. Lives on the
+// stack: the references it counts never free it.
+class CForeignPacket final : public IVCPacket {
+ public:
+  explicit CForeignPacket(IVCPacket* pInner) : m_cpInner(pInner) {}
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    if (!ppv) return E_POINTER;
+    *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IVCPacket) ? this : nullptr;
+    if (!*ppv) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
+  ULONG STDMETHODCALLTYPE Release() override { return --m_nRef; }
+  HRESULT STDMETHODCALLTYPE PacketInfoGet(K_PACKET_INFO* p) override { return m_cpInner->PacketInfoGet(p); }
+  HRESULT STDMETHODCALLTYPE PacketInfoSet(K_PACKET_INFO* p) override { return m_cpInner->PacketInfoSet(p); }
+  HRESULT STDMETHODCALLTYPE PacketStreamInfoGet(K_STREAM_INFO* p) override {
+    ++m_nStreamInfoReads;
+    return m_cpInner->PacketStreamInfoGet(p);
+  }
+  HRESULT STDMETHODCALLTYPE PacketTimeGet(K_TIME* p) override { return m_cpInner->PacketTimeGet(p); }
+  HRESULT STDMETHODCALLTYPE PacketAppendData(LONG cb, LONGLONG lp) override {
+    return m_cpInner->PacketAppendData(cb, lp);
+  }
+
+  int StreamInfoReads() const { return m_nStreamInfoReads; }
+  ULONG Refs() const { return m_nRef; }
+
+ private:
+  vc::ComPtr<IVCPacket> m_cpInner;
+  std::atomic<ULONG> m_nRef{1};
+  int m_nStreamInfoReads = 0;
+};
 
 // Current reference count of an object (AddRef/Release round trip).
 inline ULONG RefCount(IUnknown* p) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -301,6 +302,41 @@ TEST(CKRingTest, WrapsGrowsInOrderAndShrinksWhenEmptied) {
   ring.push_back(7);
   EXPECT_EQ(ring.front(), 7);
   EXPECT_EQ(ring.back(), 7);
+}
+
+TEST(CKRingTest, ElementsLiveOnlyInOccupiedSlots) {
+  auto spValue = std::make_shared<int>(1);
+  {
+    vc::CKRing<std::shared_ptr<int>> ring;
+    for (int i = 0; i < 40; ++i) ring.push_back(std::shared_ptr<int>(spValue));  // grows twice
+    EXPECT_EQ(spValue.use_count(), 41) << "growth moves elements: no copies left behind";
+    for (int i = 0; i < 10; ++i) ring.pop_front();
+    EXPECT_EQ(spValue.use_count(), 31) << "a pop destroys its element at once";
+    ring.emplace_back(spValue);
+    EXPECT_EQ(ring.size(), 31u);
+  }
+  EXPECT_EQ(spValue.use_count(), 1) << "the ring destroys what it still holds";
+}
+
+// A packet from another vendor answers only the public interface: the
+// record is built through it (the codec name it hands out freed), and the
+// stamps go back through PacketInfoSet.
+TEST_F(VCPacketDeqTest, ForeignPacket_IsStampedAndTypedThroughPublicInterface) {
+  vc::ComPtr<IVCPacket> cpInner = MakePacket(PacketSpec().Type(eVCMT_Audio).Flags(eVCPF_KeyFrame).Time(0, 20 * kMs));
+  queuetest::CForeignPacket foreign(cpInner.Get());
+  m_deq.DeqPut(&foreign, kNeverReady, 5 * kSec, false);
+  EXPECT_EQ(foreign.StreamInfoReads(), 1);
+  EXPECT_EQ(m_deq.MediaTypeGet(), eVCMT_Audio);
+  const K_PACKET_INFO info = InfoOf(cpInner.Get());
+  EXPECT_EQ(info.nIndexInSegment, 0);
+  EXPECT_EQ(info.nKeyDistance, 0);
+  EXPECT_NE(info.eFlags & eVCPF_SegmentStart, 0);
+  EXPECT_EQ(foreign.Refs(), 2u) << "the queue holds one reference";
+  IVCPacket* pOut = nullptr;
+  ASSERT_EQ(m_deq.DeqGet(&pOut, true), S_OK);
+  EXPECT_EQ(pOut, &foreign);
+  pOut->Release();
+  EXPECT_EQ(foreign.Refs(), 1u);
 }
 
 TEST_F(VCPacketDeqTest, PoppedAndClearedRecords_ReleaseTheirPackets) {

@@ -93,11 +93,19 @@ TEST_F(VCPacketTest, Create_CopiesStreamInfoTimeAndSideData) {
             (std::vector<uint8_t>{0xA, 0xB, 0xC}));
   ASSERT_NE(got.bsCodecNameOrTag, nullptr);
   EXPECT_EQ(vc::String(got.bsCodecNameOrTag, SysStringLen(got.bsCodecNameOrTag)), vc::String(W("aac")));
-  // The record's pointers stay the packet's: a second read gives the same ones.
+  // The codec data stays the packet's; the name is an output string, a
+  // fresh copy on every read that the caller frees without harm to the packet.
   K_STREAM_INFO again{};
   cpPacket->PacketStreamInfoGet(&again);
   EXPECT_EQ(again.lpCodecData, got.lpCodecData);
-  EXPECT_EQ(again.bsCodecNameOrTag, got.bsCodecNameOrTag);
+  ASSERT_NE(again.bsCodecNameOrTag, nullptr);
+  EXPECT_NE(again.bsCodecNameOrTag, got.bsCodecNameOrTag);
+  SysFreeString(got.bsCodecNameOrTag);
+  SysFreeString(again.bsCodecNameOrTag);
+  K_STREAM_INFO third{};
+  cpPacket->PacketStreamInfoGet(&third);
+  EXPECT_EQ(vc::String(third.bsCodecNameOrTag, SysStringLen(third.bsCodecNameOrTag)), vc::String(W("aac")));
+  SysFreeString(third.bsCodecNameOrTag);
 
   const K_PACKET_INFO gotInfo = InfoOf(cpPacket.Get());
   ASSERT_EQ(gotInfo.cbSideData, 2);
@@ -232,6 +240,54 @@ TEST_F(VCPacketTest, ExternalPayload_ReleasedWhenCreationFails) {
   EXPECT_EQ(probe.nCalls, 2);
   EXPECT_EQ(pPacket, nullptr);
   EXPECT_EQ(vc::CreateVCPacketOver(nullptr, nullptr, nullptr, &b, 1, nullptr, nullptr, &pPacket), E_INVALIDARG);
+}
+
+TEST_F(VCPacketTest, StreamInfoWithoutName_HandsOutNoString) {
+  K_STREAM_INFO stream{};
+  stream.eMediaType = eVCMT_Video;
+  vc::ComPtr<IVCPacket> cpPacket = Create({1}, nullptr, &stream);
+  K_STREAM_INFO got{};
+  got.bsCodecNameOrTag = reinterpret_cast<BSTR>(&stream);  // must be overwritten
+  ASSERT_EQ(cpPacket->PacketStreamInfoGet(&got), S_OK);
+  EXPECT_EQ(got.bsCodecNameOrTag, nullptr);
+  EXPECT_EQ(got.eMediaType, eVCMT_Video);
+}
+
+// Our own readers: a share of the packet's description for our packets, a
+// copy through the public method (name freed) for anyone else's.
+TEST_F(VCPacketTest, OwnReaders_ShareOursAndCopyForeignDescriptions) {
+  std::vector<uint8_t> vecCodec = {5, 6};
+  K_STREAM_INFO stream{};
+  stream.eMediaType = eVCMT_Audio;
+  stream.nChannels = 6;
+  stream.cbCodecData = 2;
+  stream.lpCodecData = Address(vecCodec.data());
+  stream.bsCodecNameOrTag = SysAllocString(W("ac3"));
+  vc::ComPtr<IVCPacket> cpPacket = Create({1}, nullptr, &stream);
+  SysFreeString(stream.bsCodecNameOrTag);
+
+  vc::CKStreamInfo ours;
+  ASSERT_EQ(vc::VCPacketStreamInfo(cpPacket.Get(), &ours), S_OK);
+  vc::CKStreamInfo oursAgain;
+  ASSERT_EQ(vc::VCPacketStreamInfo(cpPacket.Get(), &oursAgain), S_OK);
+  EXPECT_TRUE(ours.SharesStorageWith(oursAgain)) << "our packets hand out their own description, not a copy";
+  EXPECT_EQ(ours.nChannels, 6);
+  EXPECT_EQ(vc::VCPacketMediaType(cpPacket.Get()), eVCMT_Audio);
+
+  queuetest::CForeignPacket foreign(cpPacket.Get());
+  vc::CKStreamInfo copied;
+  ASSERT_EQ(vc::VCPacketStreamInfo(&foreign, &copied), S_OK);
+  EXPECT_EQ(foreign.StreamInfoReads(), 1);
+  EXPECT_FALSE(copied.SharesStorageWith(ours));
+  EXPECT_TRUE(copied.SameAs(ours));
+  EXPECT_EQ(vc::VCPacketMediaType(&foreign), eVCMT_Audio);
+  EXPECT_EQ(foreign.StreamInfoReads(), 2);
+  EXPECT_EQ(foreign.Refs(), 1u) << "the readers keep no reference";
+
+  const vc::CKStreamInfo before = copied;
+  EXPECT_EQ(vc::VCPacketStreamInfo(nullptr, &copied), E_POINTER);
+  EXPECT_TRUE(copied.SharesStorageWith(before)) << "a failure leaves the output as it was";
+  EXPECT_EQ(vc::VCPacketMediaType(nullptr), eVCMT_Empty);
 }
 
 TEST(CKStreamInfoTest, Copies_ShareStorageAndEqualDescriptionsAreShared) {

@@ -283,6 +283,7 @@ int CmdDemux(const std::vector<std::string>& args) {
     cpPacket->PacketInfoGet(&info);
     cpPacket->PacketTimeGet(&time);
     cpPacket->PacketStreamInfoGet(&stream);
+    SysFreeString(stream.bsCodecNameOrTag);  // a fresh copy each call; only the type and time base are read
     const bool bKey = (info.eFlags & eVCPF_KeyFrame) != 0;
     if (info.nStreamIndex >= 0 && static_cast<size_t>(info.nStreamIndex) < vecTotals.size()) {
       Totals& t = vecTotals[static_cast<size_t>(info.nStreamIndex)];
