@@ -26,7 +26,7 @@ std::string CSimpleThreadBase::TeardownWarningText() const {
 }
 
 bool CSimpleThreadBase::ThreadStart(std::function<DWORD()> fnBody) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (m_thread.joinable()) return false;
   m_bRun = true;
   m_bWake = false;
@@ -40,7 +40,7 @@ bool CSimpleThreadBase::ThreadStart(std::function<DWORD()> fnBody) {
 void CSimpleThreadBase::ThreadStop() {
   std::thread thread;
   {
-    std::lock_guard<std::mutex> lock(m_csLock);
+    CKMutexLock lock(m_csLock);
     m_bRun = false;
     m_bWake = true;
     m_cvWake.notify_all();
@@ -57,7 +57,7 @@ void CSimpleThreadBase::ThreadStop() {
 }
 
 bool CSimpleThreadBase::ThreadWake(int nRun) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (!m_thread.joinable()) return false;
   if (nRun >= 0) m_bRun = nRun >= 1;
   m_bWake = true;
@@ -65,15 +65,18 @@ bool CSimpleThreadBase::ThreadWake(int nRun) {
   return true;
 }
 
-bool CSimpleThreadBase::WaitWake() {
-  std::unique_lock<std::mutex> lock(m_csLock);
-  m_cvWake.wait(lock, [this] { return m_bWake; });
+// The condition variable needs the std::mutex inside m_csLock, which the
+// analysis cannot follow through std::unique_lock: this one method is checked
+// by reading it.
+bool CSimpleThreadBase::WaitWake() VC_NO_THREAD_SAFETY_ANALYSIS {
+  std::unique_lock<std::mutex> lock(m_csLock.native());
+  m_cvWake.wait(lock, [this]() VC_NO_THREAD_SAFETY_ANALYSIS { return m_bWake; });
   m_bWake = false;
   return m_bRun.load();
 }
 
 bool CSimpleThreadBase::IsRunning() const {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return m_thread.joinable();
 }
 

@@ -11,10 +11,10 @@
 #include <atomic>
 #include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
+#include "VCCritSec.h"
 #include "VCPlatform.h"
 
 namespace vc {
@@ -36,7 +36,7 @@ class CSimpleThreadBase {
   // wake event. False when no thread exists.
   bool ThreadWake(int nRun = -1);
   // For the body: waits for a wake (no limit); returns the run flag.
-  bool WaitWake();
+  bool WaitWake() VC_EXCLUDES(m_csLock);
   bool RunFlag() const { return m_bRun.load(); }
   bool IsRunning() const;
   // The thread's id (0 when none).
@@ -48,10 +48,10 @@ class CSimpleThreadBase {
 
  private:
   const std::string m_strClassName;
-  mutable std::mutex m_csLock;
-  std::condition_variable m_cvWake;
-  bool m_bWake = false;  // GUARDED_BY(m_csLock)
-  std::thread m_thread;  // GUARDED_BY(m_csLock)
+  mutable CKMutex m_csLock;
+  std::condition_variable m_cvWake;  // waits on m_csLock.native()
+  bool m_bWake VC_GUARDED_BY(m_csLock) = false;
+  std::thread m_thread VC_GUARDED_BY(m_csLock);
   std::atomic<bool> m_bRun{false};
   std::atomic<DWORD> m_dwThreadId{0};
 };
