@@ -1,13 +1,15 @@
 // IVCSideDataRedir<T>: the side-data interface of the splitter and muxer
 // facades. Every slot goes unchanged to the same slot of the inner object's
 // IVCSideData. T provides
-//   vc::ComPtr<IUnknown> _SideDataInner();
-// returning a counted reference to its inner object (taken under the facade's
-// lock), so the call itself runs outside the lock. No inner object: 0x800710D2;
-// an inner object without side data: S_FALSE.
+//   auto& _InnerHolder();
+// its CVCInnerHolder (VCInnerHolder.h): each call takes a counted reference
+// from it and runs outside every lock, so a swap or close of the inner object
+// on another thread only waits for the reference. No inner object:
+// 0x800710D2; an inner object without side data: S_FALSE. Any thread.
 #pragma once
 
 #include "VCCodecs/VCCodecsBase.h"
+#include "VCCodecs/VCInnerHolder.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
 
@@ -48,7 +50,7 @@ class IVCSideDataRedir : public IVCSideData {
  private:
   template <class F>
   HRESULT _Forward(F&& fn) {
-    ComPtr<IUnknown> cpInner = static_cast<T*>(this)->_SideDataInner();
+    ComPtr<IUnknown> cpInner = static_cast<T*>(this)->_InnerHolder().UnknownRef();
     if (!cpInner) return VC_E_EMPTY;
     ComPtr<IVCSideData> cpSideData;
     if (FAILED(cpInner.As(&cpSideData)) || !cpSideData) return S_FALSE;

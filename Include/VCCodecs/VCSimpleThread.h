@@ -11,7 +11,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -37,7 +36,7 @@ class CSimpleThreadBase {
   // wake event. False when no thread exists.
   bool ThreadWake(int nRun = -1);
   // For the body: waits for a wake (no limit); returns the run flag.
-  bool WaitWake();
+  bool WaitWake() VC_EXCLUDES(m_csLock);
   bool RunFlag() const { return m_bRun.load(); }
   bool IsRunning() const;
   // The thread's id (0 when none).

@@ -9,6 +9,8 @@
 #include "VCAssert.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecs/VCPacketsStats.h"
+#include "VCCodecs/VCPropsCopy.h"
+#include "VCGuard.h"
 #include "VCLog.h"
 #include "VCTimeText.h"
 
@@ -18,10 +20,14 @@ namespace vc {
 
 namespace {
 
-constexpr LONGLONG kOneSecond = 10000000;
 // A consumer wakes the reading thread after a take from a queue that held
 // less than this.
-constexpr LONGLONG kWakeBelow = 30000000;
+constexpr LONGLONG kWakeBelow = 3 * VC_TIME_SECOND;
+// The full level stays at least this far above the ready level.
+constexpr LONGLONG kFullAboveReady = VC_TIME_SECOND / 10;
+// The waits of a segment request, in milliseconds.
+constexpr DWORD kFirstSegmentWait = 100;
+constexpr DWORD kFirstSegmentWaitMissing = 3000;  // the property is missing
 constexpr DWORD kSecondSegmentWait = 1000000;
 
 struct PropDefault {
@@ -53,8 +59,6 @@ constexpr PropDefault kDefaults[] = {
     {W("srt.force_ffmpeg"), W("true")},
 };
 
-String BstrText(BSTR bs) { return bs ? String(bs, SysStringLen(bs)) : String(); }
-
 // "scheme://..." : the scheme in lower case, empty for a plain path.
 String UrlScheme(const String& strPath) {
   const size_t nPos = strPath.find(W("://"));
@@ -81,7 +85,7 @@ String Extension(const String& strPath) {
 }
 
 LONGLONG SecondsToRefTime(double dblSeconds) {
-  const double dbl = dblSeconds * static_cast<double>(kOneSecond);
+  const double dbl = dblSeconds * static_cast<double>(VC_TIME_SECOND);
   return static_cast<LONGLONG>(dbl < 0 ? std::ceil(dbl - 0.5) : std::floor(dbl + 0.5));
 }
 
@@ -114,11 +118,23 @@ HRESULT CCoVCSplitter::FinalConstruct() {
 
 void CCoVCSplitter::FinalRelease() { SplitterClose(); }
 
-ComPtr<IUnknown> CCoVCSplitter::_SideDataInner() { return ComPtr<IUnknown>(_InnerRef().Get()); }
+std::vector<VCCandidate> CCoVCSplitter::_SourceCandidates() {
+  return {{CLSID_NabletMxfSplitter, String(W("nablet MXF")), eVCMT_Empty, String(), 0},
+          {CLSID_GeneralSplitter, String(W("general")), eVCMT_Empty, String(), 0}};
+}
 
-ComPtr<IVCSplitter> CCoVCSplitter::_InnerRef() {
-  std::lock_guard<std::mutex> lock(m_csInnerRef);
-  return m_cpVCSplitter;
+const OLECHAR* CCoVCSplitter::_FirstWaitProperty(StringView strPath) {
+  const String strScheme = UrlScheme(String(strPath));
+  if (strScheme == W("rtsp")) return W("read_url.max_wait");
+  if (!strScheme.empty()) return nullptr;  // other URLs: whatever their last letters
+  const String strExt = Extension(String(strPath));
+  if (strExt == W("mxf") || strExt == W("lxf")) return W("read_file.max_wait");
+  return nullptr;
+}
+
+String CCoVCSplitter::_SourcePath() {
+  CKAutoLock lock(m_csInner);
+  return m_strPath;
 }
 
 bool CCoVCSplitter::_DropPacketsAllowed() {
@@ -133,7 +149,7 @@ void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
   XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
   if (!spRoot) {
     *prtReady = 0;
-    *prtFull = kOneSecond;
+    *prtFull = VC_TIME_SECOND;
     return;
   }
   if (bNetwork) {
@@ -150,58 +166,64 @@ void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
 // Open
 
 HRESULT CCoVCSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) {
+  VC_GUARD_BEGIN
   ClearOut(_pnStreamsCount);
-  const String strPath = BstrText(_bsFilePath);
+  const String strPath(InString(_bsFilePath));
   if (strPath.empty()) {
     VC_LOG(eVCLL_Error, "SplitterOpen() FAILED hr=%08X: no source path", E_INVALIDARG);
     return E_INVALIDARG;
   }
-  bool bNablet = false;
-  XMLParse::XMLNodePtr spCopy = XMLParse::CoXMLNode::Create();
-  {
-    CKAutoLock lock(m_csLock);
-    XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-    if (spRoot) {
-      bNablet = ReadPropBool(*spRoot, W("nablet.enabled"), false);
-      spRoot->CopyTo(spCopy.get());  // handed to the inner object outside the lock
-    }
-  }
-  const CLSID& clsid = bNablet && Extension(strPath) == W("mxf") ? CLSID_NabletMxfSplitter : CLSID_GeneralSplitter;
+  // The inner splitter gets real BSTRs whatever the host passed.
+  const CBstr bsPath(StringView{strPath});
+  const CBstr bsProps(InString(_bsProps));
+  const XMLParse::XMLNodePtr spProps = VCPropsSnapshot(*this);
+  const bool bNablet = ReadPropBool(*spProps, W("nablet.enabled"), false) && Extension(strPath) == W("mxf");
 
-  ComPtr<IVCSplitter> cpVCSplitter;
-  HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IidOf<IVCSplitter>(),
-                                reinterpret_cast<void**>(cpVCSplitter.AddressOf()));
-  VC_SPLITTER_ASSERT((((HRESULT)(hr)) >= 0));
-  if (FAILED(hr)) {
-    VC_LOG(eVCLL_Error, "CoCreateInstance(%ws) FAILED hr=%08X", GuidToString(clsid).c_str(), hr);
-    return hr;
-  }
-  ComPtr<IVCProps> cpProps;
-  if (SUCCEEDED(cpVCSplitter.As(&cpProps))) spCopy->CopyToProps(cpProps.Get());
-
-  const bool bNetwork = !UrlScheme(strPath).empty();
-  hr = cpVCSplitter->SplitterOpen(_bsFilePath, _bsProps, _pnStreamsCount);
-  if (FAILED(hr)) {
+  // One of the two candidates fits; its failure is the answer (no fallback
+  // from the MXF splitter to the general one).
+  std::vector<VCCandidate> vecTable = _SourceCandidates();
+  VCCandidateWalk walk;
+  walk.fnEligible = [bNablet](const VCCandidate& entry) {
+    return IsEqualGUID(entry.clsid, CLSID_NabletMxfSplitter) == bNablet;
+  };
+  walk.pProps = spProps.get();
+  walk.fnCreateFailed = [](const VCCandidate& entry, HRESULT hr) {
+    VC_SPLITTER_ASSERT((((HRESULT)(hr)) >= 0));
+    VC_LOG(eVCLL_Error, "CoCreateInstance(%ws) FAILED hr=%08X", GuidToString(entry.clsid).c_str(), hr);
+  };
+  walk.fnRefused = [&strPath](const VCCandidate&, HRESULT hr) {
     VC_LOG(eVCLL_Error, "cpVCSplitter->SplitterOpen(%ws) FAILED hr=%08X", strPath.c_str(), hr);
-    return hr;
-  }
-  VC_LOG(eVCLL_Progress, "cpVCSplitter->SplitterOpen(%ws) OK hr=%08X", strPath.c_str(), hr);
+  };
+  HRESULT hrOpen = S_OK;
+  ComPtr<IVCSplitter> cpVCSplitter;
+  const VCCandidateResult result = VCWalkCandidates(
+      vecTable, walk,
+      [&](IVCSplitter* pVCSplitter) {
+        hrOpen = pVCSplitter->SplitterOpen(bsPath, bsProps, _pnStreamsCount);
+        return SUCCEEDED(hrOpen) ? S_OK : hrOpen;
+      },
+      &cpVCSplitter);
+  if (result.hr != S_OK) return FAILED(result.hrLast) ? result.hrLast : result.hr;
+  VC_LOG(eVCLL_Progress, "cpVCSplitter->SplitterOpen(%ws) OK hr=%08X", strPath.c_str(), hrOpen);
 
-  SplitterClose();  // ends the reading thread of an earlier source
+  // The earlier source goes and this one comes in one step: a second open
+  // racing this one waits here, so the inner object, the path and the
+  // reading thread always belong to the same source.
+  const bool bNetwork = !UrlScheme(strPath).empty();
+  CKMutexLock lockOpen(m_csOpen);
+  _CloseSource();
   CKAutoLock lockInner(m_csInner);
-  m_streams.DeqRemove(-1);  // the earlier source's queues go with it
-  {
-    std::lock_guard<std::mutex> lock(m_csInnerRef);
-    m_cpVCSplitter = cpVCSplitter;
-    m_strPath = strPath;
-  }
+  m_inner.Swap(cpVCSplitter);
+  m_strPath = strPath;
   m_bNetwork = bNetwork;
   m_bTimeOffset = false;
   m_llSeekingPos = -1;
   m_evSegmentDone.Set();
   m_evStop.Reset();
+  m_evAbort.Reset();
   m_thread.ThreadStart([this, cpVCSplitter] { return _RunThread(cpVCSplitter); });
   return S_OK;
+  VC_GUARD_END
 }
 
 // ---------------------------------------------------------------------------
@@ -224,7 +246,8 @@ DWORD CCoVCSplitter::_RunThread(ComPtr<IVCSplitter> cpVCSplitter) {
       m_evSegmentDone.Set();
       if (bStreamsChanged) continue;  // the next wake starts reading
     }
-    _ReadOne(cpVCSplitter.Get(), nOrder++, rtSegment);
+    // The order counts packets only: an empty or failed read takes no number.
+    if (_ReadOne(cpVCSplitter.Get(), nOrder, rtSegment)) ++nOrder;
   }
   if (SUCCEEDED(hrInit)) CoUninitialize();
   return 0;
@@ -234,7 +257,7 @@ void CCoVCSplitter::_ApplySegment(IVCSplitter* pVCSplitter, LONGLONG rtSegment, 
   m_bTimeOffset = false;
   CBstr bsHints;
   {
-    std::lock_guard<std::mutex> lock(m_csHints);
+    CKMutexLock lock(m_csHints);
     bsHints = m_cbsHints;
   }
   *pbStreamsChanged = false;
@@ -276,17 +299,17 @@ LONGLONG CCoVCSplitter::_NetworkTimeOffset(IVCSplitter* pVCSplitter, const K_PAC
   return m_rtTimeOffset;
 }
 
-void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment) {
+bool CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment) {
   ComPtr<IVCPacket> cpVCPacket;
   const HRESULT hr = pVCSplitter->SplitterPacketGet(-1, cpVCPacket.AddressOf(), nullptr);
   if (FAILED(hr)) {
     VC_LOG(eVCLL_Error, "cpVCSplitter->SplitterPacketGet() FAILED hr=%08X", hr);
     m_streams.DeqEOS(-1, false);
-    return;
+    return false;
   }
   if (!cpVCPacket) {
     m_thread.ThreadWake();
-    return;
+    return false;
   }
   const eVCMediaType eMediaType = VCPacketMediaType(cpVCPacket.Get());  // no copy of the description
   K_PACKET_INFO info{};
@@ -302,7 +325,7 @@ void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtS
 
   LONGLONG rtReady = 0, rtFull = 0;
   _BufferLevels(&rtReady, &rtFull);
-  const LONGLONG rtMax = std::max(rtFull, rtReady + 1000000);
+  const LONGLONG rtMax = std::max(rtFull, rtReady + kFullAboveReady);
   const bool bAV = eMediaType == eVCMT_Video || eMediaType == eVCMT_Audio;
   const LONGLONG rtDuration = m_streams.PacketPut(cpVCPacket.Get(), false, bAV ? static_cast<double>(rtReady) : 0.0,
                                                   static_cast<double>(rtMax));
@@ -316,6 +339,7 @@ void CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtS
     m_thread.ThreadWake();
   }
   _UpdateStatistics(info.nStreamIndex);
+  return true;
 }
 
 bool CCoVCSplitter::_UpdateStatistics(LONG nStream, bool bForce) {
@@ -330,10 +354,13 @@ bool CCoVCSplitter::_UpdateStatistics(LONG nStream, bool bForce) {
 // ---------------------------------------------------------------------------
 // Delivery and segments
 
+// The information calls run under m_csInner, so they wait until a seek in
+// progress has been applied (see docs/decisions.md).
 HRESULT CCoVCSplitter::SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG* _pnStreamsCount,
                                        LONGLONG* _prtTotalDuration) {
+  VC_GUARD_BEGIN
   CKAutoLock lock(m_csInner);
-  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  ComPtr<IVCSplitter> cpVCSplitter = m_inner.Ref();
   if (!cpVCSplitter) {
     ClearOut(_pbsFilePath);
     ClearOut(_pbsXMLInfo);
@@ -342,56 +369,57 @@ HRESULT CCoVCSplitter::SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LO
     return VC_E_EMPTY;
   }
   return cpVCSplitter->SplitterInfoGet(_pbsFilePath, _pbsXMLInfo, _pnStreamsCount, _prtTotalDuration);
+  VC_GUARD_END
 }
 
 HRESULT CCoVCSplitter::SplitterStreamInfoGet(LONG _nStream, K_STREAM_INFO* _pStreamInfo, BSTR* _pbsStreamXMLInfo) {
+  VC_GUARD_BEGIN
   CKAutoLock lock(m_csInner);
-  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  ComPtr<IVCSplitter> cpVCSplitter = m_inner.Ref();
   if (!cpVCSplitter) {
     ClearOut(_pbsStreamXMLInfo);
     return VC_E_EMPTY;
   }
   return cpVCSplitter->SplitterStreamInfoGet(_nStream, _pStreamInfo, _pbsStreamXMLInfo);
+  VC_GUARD_END
 }
 
 DWORD CCoVCSplitter::_FirstSegmentWait() {
-  String strPath;
-  {
-    std::lock_guard<std::mutex> lock(m_csInnerRef);
-    strPath = m_strPath;
-  }
-  const OLECHAR* szProp = nullptr;
-  if (UrlScheme(strPath) == W("rtsp")) {
-    szProp = W("read_url.max_wait");
-  } else {
-    const String strExt = Extension(strPath);
-    if (strExt == W("mxf") || strExt == W("lxf")) szProp = W("read_file.max_wait");
-  }
-  if (!szProp) return 100;
+  const OLECHAR* szProp = _FirstWaitProperty(m_strPath);
+  if (!szProp) return kFirstSegmentWait;
   CKAutoLock lock(m_csLock);
   XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-  const int64_t llWait = spRoot ? ReadPropInt(*spRoot, szProp, 3000) : 3000;
+  const int64_t llWait = spRoot ? ReadPropInt(*spRoot, szProp, kFirstSegmentWaitMissing) : kFirstSegmentWaitMissing;
   return static_cast<DWORD>(std::clamp<int64_t>(llWait, 0, 0x7FFFFFFF));
 }
 
+bool CCoVCSplitter::_WaitSegmentDone(DWORD dwWait, bool* pbAborted) {
+  CKEvent* const events[] = {&m_evSegmentDone, &m_evAbort};
+  const int nSignalled = CKEvent::WaitAny(std::span<CKEvent* const>(events), dwWait);
+  *pbAborted = nSignalled == 1;  // done wins when both are set
+  return nSignalled == 0;
+}
+
 HRESULT CCoVCSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHints) {
+  VC_GUARD_BEGIN
   VC_SPLITTER_ASSERT(_rtSegmentStart >= 0);
   if (_rtSegmentStart < 0) return E_INVALIDARG;
   m_bTimeOffset = false;
 
   CKAutoLock lock(m_csInner);
-  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  ComPtr<IVCSplitter> cpVCSplitter = m_inner.Ref();
   if (!cpVCSplitter) return VC_E_EMPTY;
 
+  const StringView hints = InString(_bsHints);
   bool bStreamsChange = false;
-  if (_bsHints && SysStringLen(_bsHints) > 0) bStreamsChange = m_streams.StreamsChanged(ParseStreamList(_bsHints));
+  if (!hints.empty()) bStreamsChange = m_streams.StreamsChanged(ParseStreamList(String(hints).c_str()));
   if (bStreamsChange && !m_evSegmentDone.IsSet()) cpVCSplitter->SplitterStop();
 
   m_evSegmentDone.Reset();
   {
-    std::lock_guard<std::mutex> lockHints(m_csHints);
+    CKMutexLock lockHints(m_csHints);
     VC_SPLITTER_ASSERT(m_llSeekingPos < 0 && ( !(m_cbsHints) || !(m_cbsHints)[0] ));
-    m_cbsHints = CBstr(_bsHints ? StringView(_bsHints, SysStringLen(_bsHints)) : StringView());
+    m_cbsHints = CBstr(hints);
   }
   m_llSeekingPos = _rtSegmentStart;
   m_thread.ThreadWake();
@@ -399,34 +427,43 @@ HRESULT CCoVCSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHi
   // A request still pending after the first wait means the thread sits in a
   // read: break it. One the thread has taken is being applied (a seek, which
   // may reopen the source): stopping would only abort the seek itself.
-  if (!m_evSegmentDone.Wait(_FirstSegmentWait()) && m_llSeekingPos.load() >= 0) cpVCSplitter->SplitterStop();
-  const bool bDone = m_evSegmentDone.Wait(kSecondSegmentWait);
+  bool bAborted = false;
+  bool bDone = _WaitSegmentDone(_FirstSegmentWait(), &bAborted);
+  if (!bDone && !bAborted) {
+    if (m_llSeekingPos.load() >= 0) cpVCSplitter->SplitterStop();
+    bDone = _WaitSegmentDone(kSecondSegmentWait, &bAborted);
+  }
   {
-    std::lock_guard<std::mutex> lockHints(m_csHints);
+    CKMutexLock lockHints(m_csHints);
     m_cbsHints = CBstr();
   }
   if (!bDone) {
-    m_llSeekingPos = -1;
-    return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+    m_llSeekingPos = -1;  // withdrawn
+    const HRESULT hr = bAborted ? VC_E_ABORTED : VC_E_TIMEOUT;
+    VC_LOG(eVCLL_Error, "SplitterBeginSegment(%ws) FAILED hr=%08X", TimeTextW(_rtSegmentStart).c_str(), hr);
+    return hr;
   }
   VC_SPLITTER_ASSERT(m_llSeekingPos == -1);
   m_evStop.Reset();
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket, BSTR _bsHints) {
+  VC_GUARD_BEGIN
   VC_TRACE("SplitterPacketGet\n");
   ClearOut(_ppPacket);
+  const StringView hints = InString(_bsHints);
   XMLParse::XMLNodePtr spHints = XMLParse::CoXMLNode::Create();
-  if (_bsHints && SysStringLen(_bsHints) > 0) spHints->Parse(StringView(_bsHints, SysStringLen(_bsHints)));
+  if (!hints.empty()) spHints->Parse(hints);
 
   if (ReadPropBool(*spHints, W("direct"), false)) {
-    ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+    ComPtr<IVCSplitter> cpVCSplitter = m_inner.Ref();
     if (!cpVCSplitter) return VC_E_EMPTY;
-    return cpVCSplitter->SplitterPacketGet(_nStreamIdx, _ppPacket, _bsHints);
+    return cpVCSplitter->SplitterPacketGet(_nStreamIdx, _ppPacket, CBstr(hints));
   }
 
-  if (!_InnerRef()) return VC_E_EMPTY;
+  if (!m_inner.Has()) return VC_E_EMPTY;
   DWORD dwWait = CKEvent::kInfinite;
   if (m_bNetwork.load()) {
     CKAutoLock lock(m_csLock);
@@ -446,14 +483,14 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     if (FAILED(hr)) return hr;
   }
   CKEventPtr hReady = m_streams.ReadyEventGet(nStream, false);
-  if (!hReady) return HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
+  if (!hReady) return VC_E_BAD_STREAM;
 
   m_streams.SetWaitStream(nStream, true);
   if (!hReady->IsSet()) {
     m_thread.ThreadWake();
     const bool bReady = hReady->Wait(dwWait);
     m_streams.SetWaitStream(nStream, false);
-    if (!bReady) return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+    if (!bReady) return VC_E_TIMEOUT;
   }
   m_streams.SetWaitStream(nStream, false);
 
@@ -465,7 +502,7 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     VC_LOG(eVCLL_Error, "PacketsGet(%d) FAILED hr=%08X\n", nStream, hr);
     // The stream's last word: its final values are published whatever the
     // interval, so a short source still leaves its statistics behind.
-    if (hr == HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA)) {
+    if (hr == VC_E_END_OF_MEDIA) {
       if (_nStreamIdx >= 0) {
         _UpdateStatistics(nStream, true);
       } else {
@@ -486,6 +523,7 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     m_thread.ThreadWake();
   }
   return cpVCPacket.CopyTo(_ppPacket);
+  VC_GUARD_END
 }
 
 HRESULT CCoVCSplitter::_WaitAnyStream(DWORD dwWait, LONG* pnStream) {
@@ -507,37 +545,51 @@ HRESULT CCoVCSplitter::_WaitAnyStream(DWORD dwWait, LONG* pnStream) {
                                                                                 std::chrono::steady_clock::now());
       dwLeft = static_cast<DWORD>(std::max<int64_t>(msLeft.count(), 0));
     }
-    if (CKEvent::WaitAny(std::span<const CKEventPtr>(vecEvents), dwLeft) < 0) return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+    if (CKEvent::WaitAny(std::span<const CKEventPtr>(vecEvents), dwLeft) < 0) return VC_E_TIMEOUT;
   }
 }
 
 HRESULT CCoVCSplitter::SplitterStop() {
-  ComPtr<IVCSplitter> cpVCSplitter = _InnerRef();
+  VC_GUARD_BEGIN
+  ComPtr<IVCSplitter> cpVCSplitter = m_inner.Ref();
   if (!cpVCSplitter) return S_FALSE;
   m_evStop.Set();
   cpVCSplitter->SplitterStop();
   m_bNetwork = false;
   return S_OK;
+  VC_GUARD_END
 }
 
 HRESULT CCoVCSplitter::SplitterClose() {
+  VC_GUARD_BEGIN
+  CKMutexLock lockOpen(m_csOpen);
+  _CloseSource();
+  return S_OK;
+  VC_GUARD_END
+}
+
+void CCoVCSplitter::_CloseSource() {
   SplitterStop();
+  // A segment request waiting for the thread gives up now; it would
+  // otherwise keep m_csInner (and this close) waiting for a thread that has
+  // gone.
+  m_evAbort.Set();
   m_thread.ThreadStop();
   // Closed means closed: the source is let go here, not when the host
   // happens to release the facade, and every call answers "nothing open".
   ComPtr<IVCSplitter> cpVCSplitter;
   {
     CKAutoLock lock(m_csInner);
-    std::lock_guard<std::mutex> lockRef(m_csInnerRef);
-    cpVCSplitter = std::move(m_cpVCSplitter);
+    cpVCSplitter = m_inner.Detach();
     m_strPath.clear();
   }
+  // Consumers still waiting on a queue see its end rather than sleep on.
+  m_streams.DeqEOS(-1, false);
   m_streams.DeqRemove(-1);
   if (cpVCSplitter) {
     const HRESULT hr = cpVCSplitter->SplitterClose();
     if (FAILED(hr)) VC_LOG(eVCLL_Retry, "cpVCSplitter->SplitterClose() FAILED hr=%08X", hr);
   }
-  return S_OK;
 }
 
 }  // namespace vc

@@ -7,32 +7,38 @@
 // thread is the only caller of the inner SplitterPacketGet and
 // SplitterBeginSegment outside direct mode.
 //
-// Locks, in the order they may nest: m_csInner (serialises segment requests,
-// information calls and the swap of the inner object; held across the waits
-// of SplitterBeginSegment), then m_csInnerRef (the reference itself, so that
+// Locks, in the order they may nest: m_csOpen (one source change at a time:
+// the close of the old source and the install of the new one, so that the
+// inner object, its path and the reading thread always belong together),
+// then m_csInner (serialises segment requests, information calls and the
+// swap of the inner object; held across the waits of SplitterBeginSegment),
+// then the holder's own lock inside m_inner (the reference itself, so that
 // SplitterStop, direct mode and the thread get a counted reference without
 // waiting for a seek), then the queue set's locks. m_csLock guards the
-// property tree and is never held across a call into the inner object.
+// property tree and is never held across a call into the inner object;
+// m_csHints guards the pending request's hints and nests inside nothing.
+//
+// Stopping the reading thread sets m_evAbort first: a segment request
+// waiting for the thread then gives up at once (VC_E_ABORTED) instead of
+// waiting for a thread that will not come back.
 #pragma once
 
 #include <atomic>
-#include <mutex>
 
 #include "Devices/KPropsImpl.h"
+#include "VCCodecs/VCCandidates.h"
+#include "VCCodecs/VCInnerHolder.h"
 #include "VCCodecs/VCPackets.h"
 #include "VCCodecs/VCSideDataRedir.h"
 #include "VCCodecs/VCSimpleThread.h"
 #include "VCCodecsCore.h"
 #include "VCCritSec.h"
+#include "VCCodecs/VCInnerClasses.h"
 #include "VCEvent.h"
 #include "VCObject.h"
 #include "VCStrings.h"
 
 namespace vc {
-
-// The inner splitters the facade chooses between.
-inline constexpr CLSID CLSID_GeneralSplitter = MakeGuid("96EB1F14-4CC0-4830-9CC3-F064196B2626");
-inline constexpr CLSID CLSID_NabletMxfSplitter = MakeGuid("ECFBFE56-F923-44B6-91D4-C9E3EA04131B");
 
 class CCoVCSplitter : public CKObjectRoot,
                       public IVCSplitter,
@@ -47,7 +53,7 @@ class CCoVCSplitter : public CKObjectRoot,
     return QueryInterfaceTable<IVCSplitter, IVCProps, IVCSideData>(this, riid, ppv);
   }
   CKCritSec& _PropsLock() { return m_csLock; }
-  ComPtr<IUnknown> _SideDataInner();
+  CVCInnerHolder<IVCSplitter>& _InnerHolder() { return m_inner; }
   // The queue set's hook: whether a queue far over its maximum may drop.
   bool _DropPacketsAllowed();
 
@@ -65,38 +71,55 @@ class CCoVCSplitter : public CKObjectRoot,
   // bForce).
   bool _UpdateStatistics(LONG nStream, bool bForce = false);
 
-  // For tests: the network source flag and whether the thread runs.
+  // The inner splitters in order of preference: the nablet MXF splitter
+  // (only for "mxf" files with "nablet.enabled"), then the general one.
+  static std::vector<VCCandidate> _SourceCandidates();
+  // The property that sets the first wait of a segment request for a source
+  // (null: the default 100 ms): "read_url.max_wait" for rtsp URLs,
+  // "read_file.max_wait" for files (not URLs) ending in "mxf" or "lxf".
+  static const OLECHAR* _FirstWaitProperty(StringView strPath);
+
+  // For tests: the network source flag, whether the thread runs and the
+  // path of the open source.
   bool _IsNetworkSource() const { return m_bNetwork.load(); }
   bool _IsThreadRunning() const { return m_thread.IsRunning(); }
+  String _SourcePath() VC_EXCLUDES(m_csInner);
 
  private:
-  ComPtr<IVCSplitter> _InnerRef();
+  // Ends the reading thread, closes and releases the inner splitter and
+  // drops the queues.
+  void _CloseSource() VC_REQUIRES(m_csOpen);
   DWORD _RunThread(ComPtr<IVCSplitter> cpVCSplitter);
   void _ApplySegment(IVCSplitter* pVCSplitter, LONGLONG rtSegment, bool* pbStreamsChanged);
-  void _ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment);
+  // One read; true when a packet was queued (stamped with nOrder).
+  bool _ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment);
   LONGLONG _NetworkTimeOffset(IVCSplitter* pVCSplitter, const K_PACKET_INFO& info);
   // The ready and full levels in 100 ns units for the source kind.
   void _BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull);
-  DWORD _FirstSegmentWait();
+  DWORD _FirstSegmentWait() VC_REQUIRES(m_csInner);
+  // Waits for the segment-done event up to dwWait ms. false on timeout or,
+  // with *pbAborted set, when the reading thread is being stopped.
+  bool _WaitSegmentDone(DWORD dwWait, bool* pbAborted);
   // SplitterPacketGet(-1): the stream to take from, waiting up to dwWait ms
   // while every queue is empty and some stream has not ended.
   HRESULT _WaitAnyStream(DWORD dwWait, LONG* pnStream);
 
-  CKCritSec m_csLock;   // the property tree
+  CKCritSec m_csLock;  // the property tree
+  CKMutex m_csOpen VC_ACQUIRED_BEFORE(m_csInner);
   CKCritSec m_csInner;  // see the top of this file
-  std::mutex m_csInnerRef;
-  ComPtr<IVCSplitter> m_cpVCSplitter;  // GUARDED_BY(m_csInnerRef)
-  String m_strPath;                    // GUARDED_BY(m_csInnerRef)
+  CVCInnerHolder<IVCSplitter> m_inner;
+  String m_strPath VC_GUARDED_BY(m_csInner);
 
   VCPacketsStreams<CCoVCSplitter> m_streams{this};
   CSimpleThreadBase m_thread{"CCoVCSplitter"};
 
   // The pending segment request: a start (-1 none) and its hints.
   std::atomic<LONGLONG> m_llSeekingPos{-1};
-  std::mutex m_csHints;
-  CBstr m_cbsHints;  // GUARDED_BY(m_csHints)
+  CKMutex m_csHints;
+  CBstr m_cbsHints VC_GUARDED_BY(m_csHints);
   CKEvent m_evSegmentDone{true};
   CKEvent m_evStop{false};
+  CKEvent m_evAbort{false};  // set while the reading thread is being stopped
 
   std::atomic<bool> m_bNetwork{false};
   std::atomic<bool> m_bTimeOffset{false};

@@ -170,11 +170,11 @@ class CPlainInner : public vc::CKObjectRoot, public IUnknown {
 
 class CRedirHost : public vc::IVCSideDataRedir<CRedirHost> {
  public:
-  ComPtr<IUnknown> _SideDataInner() { return m_cpInner; }
+  vc::CVCInnerHolder<IUnknown>& _InnerHolder() { return m_inner; }
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
   ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
-  ComPtr<IUnknown> m_cpInner;
+  vc::CVCInnerHolder<IUnknown> m_inner;
 };
 
 TEST(SideDataRedir, ForwardsEverySlotUnchangedOrAnswersWhyNot) {
@@ -185,13 +185,13 @@ TEST(SideDataRedir, ForwardsEverySlotUnchangedOrAnswersWhyNot) {
   ComPtr<IUnknown> cpPlain;
   ASSERT_EQ(vc::CreateObject<CPlainInner>(nullptr, IID_IUnknown, reinterpret_cast<void**>(cpPlain.AddressOf())),
             S_OK);
-  host.m_cpInner = cpPlain;
+  host.m_inner.Swap(cpPlain);
   EXPECT_EQ(host.SideDataGetCount(0, &n), S_FALSE) << "inner object without side data";
   EXPECT_EQ(host.SideDataObjSet(0, nullptr, nullptr), S_FALSE);
 
   vc::CKComObject<CSideDataInner>* pInner = nullptr;
   ASSERT_EQ(vc::CKComObject<CSideDataInner>::CreateInstance(&pInner), S_OK);
-  host.m_cpInner = static_cast<IUnknown*>(static_cast<IVCSideData*>(pInner));
+  host.m_inner.Swap(static_cast<IUnknown*>(static_cast<IVCSideData*>(pInner)));
   vc::CBstr bsType(std::string_view("cc608"));
   vc::CBstr bsValue(std::string_view("text"));
   BSTR bsOut = nullptr;

@@ -230,7 +230,8 @@ class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc
   HRESULT STDMETHODCALLTYPE SplitterClose() override { return _Run({eCall::SplitterClose, {}, 0, {}}).hr; }
 
  private:
-  Step _Run(const CallRecord& record) {
+  Step _Run(CallRecord record) {
+    record.nObject = m_nObject;
     const uint64_t nStopsAtEntry = m_nStops.load();
     Step step = SplitterScript().Take(record);
     SplitterScript().Wait(step, [&] { return m_nStops.load() != nStopsAtEntry; });
@@ -242,6 +243,8 @@ class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc
   LONG m_nStreams = 0;
   LONGLONG m_rtDuration = 0;
   std::atomic<uint64_t> m_nStops{0};
+  const uint64_t m_nObject = s_nObjects.fetch_add(1) + 1;
+  static inline std::atomic<uint64_t> s_nObjects{0};
 };
 
 template <const char* szKind>

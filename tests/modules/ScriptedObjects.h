@@ -94,6 +94,7 @@ struct CallRecord {
   std::string strText;   // path, hints or class kind (UTF-8)
   LONGLONG llValue = 0;  // segment start, stream index
   std::string strProps;  // SplitterOpen: the object's property tree as text
+  uint64_t nObject = 0;  // which scripted object was called (numbered from 1 as they are made)
 };
 
 class IScript {
