@@ -26,6 +26,17 @@ inline constexpr HRESULT VC_E_INVALID_DATA = HRESULT_FROM_WIN32(ERROR_INVALID_DA
 // File or module not found (error 2).
 inline constexpr HRESULT VC_E_FILE_NOT_FOUND = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
+// Network sources: the server refused the connection (error 1225), the
+// network or the host cannot be reached (1231, 1232), the connection was
+// reset by the other side (WSAECONNRESET) or given up on this side (1236),
+// and a server that answered with an error of its own (error 58).
+inline constexpr HRESULT VC_E_CONNECTION_REFUSED = HRESULT_FROM_WIN32(ERROR_CONNECTION_REFUSED);
+inline constexpr HRESULT VC_E_NETWORK_UNREACHABLE = HRESULT_FROM_WIN32(ERROR_NETWORK_UNREACHABLE);
+inline constexpr HRESULT VC_E_HOST_UNREACHABLE = HRESULT_FROM_WIN32(ERROR_HOST_UNREACHABLE);
+inline constexpr HRESULT VC_E_CONNECTION_RESET = HRESULT_FROM_WIN32(WSAECONNRESET);
+inline constexpr HRESULT VC_E_CONNECTION_ABORTED = HRESULT_FROM_WIN32(ERROR_CONNECTION_ABORTED);
+inline constexpr HRESULT VC_E_SERVER_ERROR = HRESULT_FROM_WIN32(ERROR_BAD_NET_RESP);
+
 static_assert(VC_E_EMPTY == static_cast<HRESULT>(0x800710D2u));
 static_assert(VC_E_END_OF_MEDIA == static_cast<HRESULT>(0x8007044Cu));
 static_assert(VC_E_TIMEOUT == static_cast<HRESULT>(0x800705B4u));
@@ -34,6 +45,12 @@ static_assert(VC_E_NO_CANDIDATE == static_cast<HRESULT>(0x80070032u));
 static_assert(VC_E_ABORTED == static_cast<HRESULT>(0x800703E3u));
 static_assert(VC_E_INVALID_DATA == static_cast<HRESULT>(0x8007000Du));
 static_assert(VC_E_FILE_NOT_FOUND == static_cast<HRESULT>(0x80070002u));
+static_assert(VC_E_CONNECTION_REFUSED == static_cast<HRESULT>(0x800704C9u));
+static_assert(VC_E_NETWORK_UNREACHABLE == static_cast<HRESULT>(0x800704CFu));
+static_assert(VC_E_HOST_UNREACHABLE == static_cast<HRESULT>(0x800704D0u));
+static_assert(VC_E_CONNECTION_RESET == static_cast<HRESULT>(0x80072746u));
+static_assert(VC_E_CONNECTION_ABORTED == static_cast<HRESULT>(0x800704D4u));
+static_assert(VC_E_SERVER_ERROR == static_cast<HRESULT>(0x8007003Au));
 
 // Clears an out-parameter if the caller passed one.
 template <class T>

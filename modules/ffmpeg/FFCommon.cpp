@@ -6,9 +6,11 @@ extern "C" {
 #include <libavutil/mathematics.h>
 }
 
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 
+#include "VCCodecs/VCCodecsBase.h"
 #include "VCLog.h"
 
 namespace vc::ff {
@@ -34,7 +36,35 @@ HRESULT AvErrorToHr(int nAvError) {
     case AVERROR(ENOENT):
       return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     case AVERROR(ETIMEDOUT):
-      return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+      return VC_E_TIMEOUT;
+    case AVERROR(EACCES):
+    case AVERROR(EPERM):
+      return E_ACCESSDENIED;
+    // Network sources: a host can tell "nobody there" from "cannot get
+    // there" from "the server said no", and only the first may be worth a
+    // retry, so each keeps its own code instead of E_FAIL.
+    case AVERROR(ECONNREFUSED):
+      return VC_E_CONNECTION_REFUSED;
+    case AVERROR(ENETUNREACH):
+    case AVERROR(ENETDOWN):
+      return VC_E_NETWORK_UNREACHABLE;
+    case AVERROR(EHOSTUNREACH):
+    case AVERROR(EHOSTDOWN):
+      return VC_E_HOST_UNREACHABLE;
+    case AVERROR(ECONNRESET):
+    case AVERROR(EPIPE):
+      return VC_E_CONNECTION_RESET;
+    case AVERROR(ECONNABORTED):
+      return VC_E_CONNECTION_ABORTED;
+    case AVERROR_HTTP_NOT_FOUND:
+      return VC_E_FILE_NOT_FOUND;
+    case AVERROR_HTTP_UNAUTHORIZED:
+    case AVERROR_HTTP_FORBIDDEN:
+      return E_ACCESSDENIED;
+    case AVERROR_HTTP_BAD_REQUEST:
+    case AVERROR_HTTP_OTHER_4XX:
+    case AVERROR_HTTP_SERVER_ERROR:
+      return VC_E_SERVER_ERROR;
     default:
       return E_FAIL;
   }

@@ -21,7 +21,13 @@ inline constexpr AVRational kRefTimeBase{1, 10000000};
 // (0x8007044C), an exit requested by the interrupt callback the operation
 // aborted code (0x800703E3), out of memory E_OUTOFMEMORY, invalid data
 // 0x8007000D (ERROR_INVALID_DATA), an unsupported option or codec
-// 0x80070032; anything else E_FAIL. Non-negative values are S_OK.
+// 0x80070032, a missing file or an HTTP 404 0x80070002, a timeout
+// 0x800705B4, no permission or an HTTP 401/403 E_ACCESSDENIED. Network
+// failures keep their kind: refused 0x800704C9, network unreachable
+// 0x800704CF, host unreachable 0x800704D0, reset 0x80072746, aborted
+// 0x800704D4, any other HTTP error status 0x8007003A (the VC_E_ names in
+// VCCodecs/VCCodecsBase.h). Anything else E_FAIL. Non-negative values are
+// S_OK.
 HRESULT AvErrorToHr(int nAvError);
 
 // av_strerror text of an FFmpeg error code.

@@ -219,6 +219,11 @@ HRESULT CFFSplitter::_OpenFormat(const String& strPath, const COpenSettings& set
   if (nRet >= 0) {
     nRet = avformat_find_stream_info(pFormat, nullptr);
     szStep = "avformat_find_stream_info";
+    // Probing that the wait or a stop broke off still "succeeds" with what it
+    // had, and the source is then left at an interrupted end: a server that
+    // went silent after the header would open, take the whole wait, and
+    // deliver nothing. The wait is for the whole open, so that is its end.
+    if (nRet >= 0 && m_interrupt.nReason.load() != kReasonNone) nRet = AVERROR_EXIT;
   }
   _DisarmDeadline();
   if (nRet < 0) {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "VCErrorText.h"
 #include "VCStrings.h"
 
 #if defined(_WIN32)
@@ -43,8 +44,9 @@ bool LoadCore(CoreEntry* pEntry) {
   const vc::String strName = vc::FromUtf8("Corvane.Codecs.Core.x64" VC_MODULE_SUFFIX);
   HMODULE h = LoadLibraryW(strName.c_str());
   if (!h) {
-    std::fprintf(stderr, "vccodecs: cannot load %s (error %u)\n", vc::ToUtf8(strName).c_str(),
-                 static_cast<unsigned>(GetLastError()));
+    const DWORD dwError = GetLastError();
+    std::fprintf(stderr, "vccodecs: cannot load %s: %s\n", vc::ToUtf8(strName).c_str(),
+                 HrText(HRESULT_FROM_WIN32(dwError)).c_str());
     return false;
   }
   OLECHAR buf[4096];
@@ -72,10 +74,6 @@ std::string RegistrationOf(REFCLSID rclsid, std::string* pstrServer) {
   return "no";
 }
 
-std::string HrText(HRESULT hr) {
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "hr=%08X", static_cast<unsigned>(hr));
-  return buf;
-}
+std::string HrText(HRESULT hr) { return vc::ErrorText(hr); }
 
 }  // namespace vctool

@@ -30,6 +30,8 @@ extern const ClassInfo kCoreClasses[4];
 // "per user", "machine" or "no", with the registered module path.
 std::string RegistrationOf(REFCLSID rclsid, std::string* pstrServer);
 
+// A failure code for the user: its hex, name and meaning
+// ("0x80070002 file not found: ..."); every failure message prints codes so.
 std::string HrText(HRESULT hr);
 
 }  // namespace vctool
