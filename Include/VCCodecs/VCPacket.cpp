@@ -23,10 +23,10 @@ const T* FromAddress(LONGLONG llAddress) {
 }
 LONGLONG ToAddress(const void* p) { return static_cast<LONGLONG>(reinterpret_cast<uintptr_t>(p)); }
 
+// Names in incoming records are input strings: read up to their zero.
 bool SameBstr(BSTR a, BSTR b) {
   if (!a || !b) return a == b;
-  const UINT n = SysStringLen(a);
-  return n == SysStringLen(b) && std::equal(a, a + n, b);
+  return InString(a) == InString(b);
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ CKStreamInfo::CKStreamInfo(const K_STREAM_INFO& src) : K_STREAM_INFO(src) {
   auto spStorage = std::make_shared<CStorage>();
   if (bHasCodecData) spStorage->vecCodecData.assign(pCodecData, pCodecData + src.cbCodecData);
   if (src.bsCodecNameOrTag) {
-    spStorage->bsName = CBstr(StringView(src.bsCodecNameOrTag, SysStringLen(src.bsCodecNameOrTag)));
+    spStorage->bsName = CBstr(InString(src.bsCodecNameOrTag));
   }
   lpCodecData = bHasCodecData ? ToAddress(spStorage->vecCodecData.data()) : 0;
   bsCodecNameOrTag = spStorage->bsName.Get();
