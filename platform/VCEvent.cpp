@@ -18,7 +18,7 @@ Clock::time_point DeadlineAfter(uint32_t nMilliseconds) {
 void CKEvent::Set() {
   if (m_bSet.exchange(true)) return;  // already set: every waiter has been woken
   if (m_nWaiters.load() == 0) return;
-  std::lock_guard<std::mutex> lock(m_mutex);
+  CKMutexLock lock(m_mutex);
   m_cv.notify_all();
   // Under our lock, so that a waiter that has unregistered is never touched.
   for (CMultiWaiter* pWaiter : m_vecWaiters) {
@@ -36,7 +36,7 @@ bool CKEvent::IsSet() const { return m_bSet.load(); }
 bool CKEvent::Wait(uint32_t nMilliseconds) const {
   if (m_bSet.load()) return true;
   if (nMilliseconds == 0) return false;
-  std::unique_lock<std::mutex> lock(m_mutex);
+  std::unique_lock<std::mutex> lock(m_mutex.native());
   ++m_nWaiters;
   const auto isSet = [this] { return m_bSet.load(); };
   bool bSet = true;
@@ -50,13 +50,13 @@ bool CKEvent::Wait(uint32_t nMilliseconds) const {
 }
 
 void CKEvent::_AddWaiter(CMultiWaiter* pWaiter) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
+  CKMutexLock lock(m_mutex);
   m_vecWaiters.push_back(pWaiter);
   ++m_nWaiters;
 }
 
 void CKEvent::_RemoveWaiter(CMultiWaiter* pWaiter) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
+  CKMutexLock lock(m_mutex);
   m_vecWaiters.erase(std::remove(m_vecWaiters.begin(), m_vecWaiters.end(), pWaiter), m_vecWaiters.end());
   --m_nWaiters;
 }

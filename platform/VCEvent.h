@@ -16,6 +16,8 @@
 #include <span>
 #include <vector>
 
+#include "VCCritSec.h"
+
 namespace vc {
 
 class CKEvent {
@@ -62,11 +64,11 @@ class CKEvent {
   // consistent): at least one of them sees the other, so either the waiter
   // finds the event set or Set finds the waiter and notifies it under the
   // lock.
-  mutable std::mutex m_mutex;
-  mutable std::condition_variable m_cv;
+  mutable CKMutex m_mutex;
+  mutable std::condition_variable m_cv;  // waits on m_mutex.native()
   std::atomic<bool> m_bSet;
   mutable std::atomic<int> m_nWaiters{0};           // single waiters plus registered WaitAny calls
-  mutable std::vector<CMultiWaiter*> m_vecWaiters;  // GUARDED_BY(m_mutex)
+  mutable std::vector<CMultiWaiter*> m_vecWaiters VC_GUARDED_BY(m_mutex);
 };
 
 using CKEventPtr = std::shared_ptr<CKEvent>;

@@ -43,12 +43,12 @@ class KBitrateCalc : public CKRefObject {
     int32_t nBytes;
   };
 
-  void _Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds);
-  int32_t _Rate() const;
+  void _Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds) VC_REQUIRES(m_csLock);
+  int32_t _Rate() const VC_REQUIRES(m_csLock);
 
   mutable CKStatsLock m_csLock;
-  std::deque<Entry> m_deqEntries;  // GUARDED_BY(m_csLock); oldest first
-  int64_t m_llTotal = 0;           // GUARDED_BY(m_csLock); bytes of m_deqEntries
+  std::deque<Entry> m_deqEntries VC_GUARDED_BY(m_csLock);  // oldest first
+  int64_t m_llTotal VC_GUARDED_BY(m_csLock) = 0;  // bytes of m_deqEntries
 };
 
 }  // namespace vc

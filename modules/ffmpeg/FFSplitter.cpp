@@ -179,7 +179,7 @@ HRESULT CFFSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStre
 
   // A read that blocks on the previous source lets go of the I/O lock.
   ++m_interrupt.nTakeovers;
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   --m_interrupt.nTakeovers;
   _CloseLocked();
   m_interrupt.bStop.store(false);
@@ -314,7 +314,7 @@ void CFFSplitter::_CloseLocked() {
 
 HRESULT CFFSplitter::SplitterClose() {
   ++m_interrupt.nTakeovers;
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   --m_interrupt.nTakeovers;
   const bool bWasOpen = m_spFormat != nullptr;
   _CloseLocked();
@@ -411,7 +411,7 @@ int64_t CFFSplitter::_PacketWaitMs(BSTR bsHints) const {
 HRESULT CFFSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket, BSTR _bsHints) {
   if (!_ppPacket) return E_POINTER;
   *_ppPacket = nullptr;
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   if (!m_spFormat) return VC_E_EMPTY;
   const LONG nStreams = static_cast<LONG>(m_vecStreams.size());
   if (_nStreamIdx < -1 || _nStreamIdx >= nStreams ||
@@ -561,7 +561,7 @@ HRESULT CFFSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHint
            TimeTextW(_rtSegmentStart).c_str(), E_INVALIDARG);
     return E_INVALIDARG;
   }
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   if (!m_spFormat) return VC_E_EMPTY;
   m_interrupt.bStop.store(false);
   _Revive();
