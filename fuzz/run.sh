@@ -2,7 +2,9 @@
 # Builds the property-tree fuzzer and runs it for SECONDS on a copy of its
 # seed corpus (the checked-in corpus is never written to). Exits non-zero on
 # any crash, timeout (a hang: one input over 10 s), leak or out-of-memory;
-# the input that did it is kept in build/fuzz/artifacts/.
+# the input that did it is kept in build/fuzz/artifacts/. Prints one summary
+# line; libFuzzer's own output (every new input) goes to build/fuzz/fuzz.log,
+# whose tail is shown when the run fails.
 #   fuzz/run.sh 300
 set -euo pipefail
 
@@ -26,17 +28,24 @@ trap 'rm -rf "$WORK"' EXIT
 cp -r "$ROOT/fuzz/corpus/props" "$WORK/corpus"
 mkdir -p "$BUILD_DIR/artifacts"
 
+LOG="$BUILD_DIR/fuzz.log"
 set +e
 ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0} \
 UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
 "$BUILD_DIR/PropsFuzzer" "$WORK/corpus" \
   -max_total_time="$SECONDS_TO_RUN" -timeout=10 -rss_limit_mb=2048 -detect_leaks=1 -max_len=8192 \
-  -artifact_prefix="$BUILD_DIR/artifacts/" -print_final_stats=1
+  -artifact_prefix="$BUILD_DIR/artifacts/" -print_final_stats=1 > "$LOG" 2>&1
 RC=$?
 set -e
 
 if [[ $RC -ne 0 ]]; then
-  echo "PropsFuzzer failed (exit $RC); inputs in $BUILD_DIR/artifacts/" >&2
+  tail -n 60 "$LOG" >&2
+  echo "PropsFuzzer failed (exit $RC); inputs in $BUILD_DIR/artifacts/, full output in $LOG" >&2
   exit "$RC"
 fi
-echo "PropsFuzzer: no finding in ${SECONDS_TO_RUN} s"
+# The final statistics libFuzzer prints as "stat::NAME: VALUE".
+stat() { sed -n "s/^stat::$1: *//p" "$LOG" | tail -n 1; }
+CORPUS=$(find "$WORK/corpus" -type f | wc -l)
+echo "PropsFuzzer: no finding in ${SECONDS_TO_RUN} s: $(stat number_of_executed_units) runs" \
+  "($(stat average_exec_per_sec)/s), $(stat new_units_added) new inputs, corpus $CORPUS," \
+  "peak $(stat peak_rss_mb) MB; output in $LOG"

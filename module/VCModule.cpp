@@ -111,7 +111,7 @@ HRESULT CVCModule::GetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) {
     {
       // Created once: the check is repeated inside the lock so two racing
       // callers never build two factories for one class.
-      std::lock_guard lock(m_csModule);
+      CKMutexLock lock(m_csModule);
       if (!m_vecFactories[i]) {
         auto* pNew = new (std::nothrow) CKClassFactory(m_vecRows[i].pfnCreate);
         if (!pNew) return E_OUTOFMEMORY;
@@ -323,7 +323,7 @@ HRESULT CVCModule::CreateFromModule(LPCOLESTR szModule, REFCLSID rclsid, REFIID 
   HMODULE hModule = nullptr;
   String strPath;
   {
-    std::lock_guard lock(m_csModule);
+    CKMutexLock lock(m_csModule);
     auto it = m_mapLoadedModules.find(strKey);
     if (it != m_mapLoadedModules.end()) {
       hModule = it->second;
@@ -338,7 +338,7 @@ HRESULT CVCModule::CreateFromModule(LPCOLESTR szModule, REFCLSID rclsid, REFIID 
       VC_LOG(4, "CreateFromModule(%ws) module not found\n", strName.c_str());
       return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     }
-    std::lock_guard lock(m_csModule);
+    CKMutexLock lock(m_csModule);
     // Another thread may have loaded it meanwhile: both handles are the same
     // module (the loader counts), and the first entry stays.
     m_mapLoadedModules.emplace(strKey, hModule);

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "VCCritSec.h"
 #include "VCObject.h"
 #include "VCPlatform.h"
 #include "VCStrings.h"
@@ -77,10 +78,10 @@ class CVCModule {
   bool m_bPerUser = false;
   bool m_bTypeLib = true;
 
-  std::mutex m_csModule;
-  std::vector<IClassFactory*> m_vecFactories;     // GUARDED_BY(m_csModule), one slot per row
-  std::map<String, HMODULE> m_mapLoadedModules;   // GUARDED_BY(m_csModule), lower-cased name
-  std::map<String, String> m_mapLoadedPaths;      // GUARDED_BY(m_csModule)
+  CKMutex m_csModule;
+  std::vector<IClassFactory*> m_vecFactories VC_GUARDED_BY(m_csModule);  // one slot per row
+  std::map<String, HMODULE> m_mapLoadedModules VC_GUARDED_BY(m_csModule);  // lower-cased name
+  std::map<String, String> m_mapLoadedPaths VC_GUARDED_BY(m_csModule);
 };
 
 // The instance behind the exported entry points.

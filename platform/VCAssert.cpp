@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+#include "VCCritSec.h"
+
 namespace vc {
 
 namespace {
@@ -54,17 +56,17 @@ AssertHandler AssertSetHandler(AssertHandler handler) {
 }
 
 struct CAssertCounter::CStore {
-  mutable std::mutex csLock;
-  int nCount = 0;             // guarded by csLock
-  std::string strCondition;   // guarded by csLock
-  std::string strPath;        // guarded by csLock
-  int nLine = 0;              // guarded by csLock
+  mutable CKMutex csLock;
+  int nCount VC_GUARDED_BY(csLock) = 0;
+  std::string strCondition VC_GUARDED_BY(csLock);
+  std::string strPath VC_GUARDED_BY(csLock);
+  int nLine VC_GUARDED_BY(csLock) = 0;
 };
 
 CAssertCounter::CAssertCounter() : m_spStore(std::make_shared<CStore>()) {
   std::shared_ptr<CStore> spStore = m_spStore;
   m_prevHandler = AssertSetHandler([spStore](const AssertRecord& rec) {
-    std::lock_guard lock(spStore->csLock);
+    CKMutexLock lock(spStore->csLock);
     ++spStore->nCount;
     spStore->strCondition = rec.pszCondition;
     spStore->strPath = rec.pszPath;
@@ -75,22 +77,22 @@ CAssertCounter::CAssertCounter() : m_spStore(std::make_shared<CStore>()) {
 CAssertCounter::~CAssertCounter() { AssertSetHandler(std::move(m_prevHandler)); }
 
 int CAssertCounter::Count() const {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   return m_spStore->nCount;
 }
 
 std::string CAssertCounter::LastCondition() const {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   return m_spStore->strCondition;
 }
 
 std::string CAssertCounter::LastPath() const {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   return m_spStore->strPath;
 }
 
 int CAssertCounter::LastLine() const {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   return m_spStore->nLine;
 }
 

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <utility>
 
+#include "VCCritSec.h"
 #include "VCFormat.h"
 #include "VCPlatform.h"
 
@@ -69,10 +70,10 @@ struct COutput {
 };
 
 struct CLogState {
-  std::mutex csLock;  // guards everything below
-  COutput logOut;
-  COutput traceOut;
-  std::shared_ptr<const LogSink> spSink;
+  CKMutex csLock;
+  COutput logOut VC_GUARDED_BY(csLock);
+  COutput traceOut VC_GUARDED_BY(csLock);
+  std::shared_ptr<const LogSink> spSink VC_GUARDED_BY(csLock);
 };
 
 // Never destroyed: static destructors of other objects may still log.
@@ -91,7 +92,7 @@ int ParseLevel(const char* psz) {
 }
 
 // Caller holds the state's lock.
-void ReadEnvironment(CLogState& st) {
+void ReadEnvironment(CLogState& st) VC_REQUIRES(st.csLock) {
   detail::g_nLogThreshold.store(ParseLevel(std::getenv("CORVANE_LOG_LEVEL")), std::memory_order_relaxed);
   st.logOut.Reset(EnvPath(VC_ENV("CORVANE_LOG_FILE")));
 
@@ -107,7 +108,7 @@ std::once_flag g_onceConfig;
 void EnsureConfigured() {
   std::call_once(g_onceConfig, [] {
     CLogState& st = State();
-    std::lock_guard lock(st.csLock);
+    CKMutexLock lock(st.csLock);
     ReadEnvironment(st);
   });
 }
@@ -167,7 +168,7 @@ void Dispatch(const LogRecord& rec) {
   CLogState& st = State();
   std::shared_ptr<const LogSink> spSink;
   {
-    std::lock_guard lock(st.csLock);
+    CKMutexLock lock(st.csLock);
     spSink = st.spSink;
   }
   if (spSink) {
@@ -175,7 +176,7 @@ void Dispatch(const LogRecord& rec) {
     return;
   }
   const std::string line = FormatLine(rec);
-  std::lock_guard lock(st.csLock);
+  CKMutexLock lock(st.csLock);
   FILE* f = rec.eChannel == eVCLC_Trace ? st.traceOut.Get() : st.logOut.Get();
   std::fwrite(line.data(), 1, line.size(), f);
   std::fflush(f);
@@ -226,7 +227,7 @@ void TraceWrite(const char* pszFile, int nLine, const char* pszFunction, const c
 void LogReconfigure() {
   EnsureConfigured();
   CLogState& st = State();
-  std::lock_guard lock(st.csLock);
+  CKMutexLock lock(st.csLock);
   ReadEnvironment(st);
 }
 
@@ -244,7 +245,7 @@ LogSink LogSetSink(LogSink sink) {
   EnsureConfigured();
   auto spNew = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
   CLogState& st = State();
-  std::lock_guard lock(st.csLock);
+  CKMutexLock lock(st.csLock);
   std::shared_ptr<const LogSink> spOld = std::exchange(st.spSink, std::move(spNew));
   return spOld ? *spOld : LogSink();
 }
@@ -283,14 +284,14 @@ std::string LogMethodName(std::string_view s) {
 }
 
 struct CLogCapture::CStore {
-  std::mutex csLock;
-  std::vector<LogRecord> vecRecords;  // guarded by csLock
+  CKMutex csLock;
+  std::vector<LogRecord> vecRecords VC_GUARDED_BY(csLock);
 };
 
 CLogCapture::CLogCapture(int nMinLevel) : m_spStore(std::make_shared<CStore>()) {
   std::shared_ptr<CStore> spStore = m_spStore;
   m_prevSink = LogSetSink([spStore](const LogRecord& rec) {
-    std::lock_guard lock(spStore->csLock);
+    CKMutexLock lock(spStore->csLock);
     spStore->vecRecords.push_back(rec);
   });
   m_nPrevLevel = LogSetLevel(nMinLevel);
@@ -304,27 +305,27 @@ CLogCapture::~CLogCapture() {
 }
 
 std::vector<LogRecord> CLogCapture::Records() const {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   return m_spStore->vecRecords;
 }
 
 std::vector<std::string> CLogCapture::Messages(eVCLogChannel eChannel) const {
   std::vector<std::string> vec;
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   for (const LogRecord& rec : m_spStore->vecRecords)
     if (rec.eChannel == eChannel) vec.push_back(rec.strMessage);
   return vec;
 }
 
 bool CLogCapture::Contains(std::string_view text) const {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   for (const LogRecord& rec : m_spStore->vecRecords)
     if (rec.strMessage.find(text) != std::string::npos) return true;
   return false;
 }
 
 void CLogCapture::Clear() {
-  std::lock_guard lock(m_spStore->csLock);
+  CKMutexLock lock(m_spStore->csLock);
   m_spStore->vecRecords.clear();
 }
 

@@ -9,8 +9,9 @@
 #include <cwchar>
 #else
 #include <map>
-#include <mutex>
 #include <new>
+
+#include "VCCritSec.h"
 #endif
 
 namespace {
@@ -132,8 +133,8 @@ HRESULT ProcessObjectExchange(const char* szName, IUnknown* pCandidate, IUnknown
 namespace {
 
 struct CSlots {
-  std::mutex lock;
-  std::map<std::string, IUnknown*> objects;  // GUARDED_BY(lock); each holds one reference, never released
+  vc::CKMutex lock;
+  std::map<std::string, IUnknown*> objects VC_GUARDED_BY(lock);  // each holds one reference, never released
 };
 
 // Never destroyed: objects stored here outlive every static destructor, and a
@@ -151,7 +152,7 @@ extern "C" VCRT_API HRESULT VCProcessObjectExchange(const char* szName, IUnknown
   if (!IsValidSlotName(szName)) return E_INVALIDARG;
   try {
     CSlots& slots = Slots();
-    std::lock_guard<std::mutex> guard(slots.lock);
+    vc::CKMutexLock guard(slots.lock);
     auto it = slots.objects.find(szName);
     if (it != slots.objects.end()) {
       *ppResult = it->second;

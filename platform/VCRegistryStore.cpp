@@ -12,6 +12,8 @@
 #include <shared_mutex>
 #include <utility>
 
+#include "VCSharedLock.h"
+
 namespace vc::reg {
 
 // ---------------------------------------------------------------------------
@@ -526,7 +528,7 @@ namespace {
 // Threads of this process: flock alone does not order them when they share
 // nothing but the path, and keeping one mutex makes the in-process order
 // obvious. Shared for loads, exclusive for updates.
-std::shared_mutex g_mxFiles;
+vc::CKSharedLock g_mxFiles;
 
 class CFd {
  public:
@@ -621,7 +623,7 @@ LSTATUS CRegistryFile::_ReadLocked(CRegKey* pRoot) const {
 }
 
 LSTATUS CRegistryFile::Load(CRegKey* pRoot) const {
-  std::shared_lock lk(g_mxFiles);
+  vc::CKReadLock lk(g_mxFiles);
   const std::string sLock = m_sPath + ".lock";
   CFd fdLock(::open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, m_uNewFileMode));
   if (fdLock.Get() < 0) fdLock.Reset(::open(sLock.c_str(), O_RDONLY | O_CLOEXEC));
@@ -632,7 +634,7 @@ LSTATUS CRegistryFile::Load(CRegKey* pRoot) const {
 }
 
 LSTATUS CRegistryFile::Update(const Updater& fUpdate) const {
-  std::unique_lock lk(g_mxFiles);
+  vc::CKWriteLock lk(g_mxFiles);
   if (const int nErr = MakeFolders(ParentFolder(m_sPath))) return StatusFromErrno(nErr);
   const std::string sLock = m_sPath + ".lock";
   CFd fdLock(::open(sLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, m_uNewFileMode));

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "VCComPtr.h"
+#include "VCCritSec.h"
 #include "VCPlatform.h"
 #include "VCRuntimeInternal.h"
 #include "VCStrings.h"
@@ -28,8 +29,8 @@ std::atomic<int> g_nInitialized{0};
 thread_local int t_nInitCount = 0;
 thread_local DWORD t_dwInitMode = 0;
 
-std::mutex g_csModules;
-std::unordered_map<std::string, HMODULE> g_mapModules;  // GUARDED_BY(g_csModules)
+vc::CKMutex g_csModules;
+std::unordered_map<std::string, HMODULE> g_mapModules VC_GUARDED_BY(g_csModules);
 
 bool ReadRegistryServer(REFCLSID rclsid, std::string* pPath) {
   const vc::String key = vc::String(W("CLSID\\")) + vc::GuidToString(rclsid) + W("\\InprocServer32");
@@ -86,7 +87,7 @@ bool ReadManifestServer(REFCLSID rclsid, std::string* pPath) {
 }
 
 HRESULT LoadServer(const std::string& path, HMODULE* phModule) {
-  std::lock_guard lock(g_csModules);
+  vc::CKMutexLock lock(g_csModules);
   auto it = g_mapModules.find(path);
   if (it != g_mapModules.end()) {
     *phModule = it->second;

@@ -5,7 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
-cmake --preset default >/dev/null
+source scripts/configure.sh
+vc_configure default
 cmake --build --preset default
 ./build/default/bin/vccodecs info
 SAMPLE=build/default/sample/sample.mp4

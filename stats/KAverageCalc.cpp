@@ -50,7 +50,7 @@ KAverageCalc::KAverageCalc(int nWindow, eKStatsLocking eLocking) : m_csLock(eLoc
 
 void KAverageCalc::SetWindow(int nWindow) {
   nWindow = std::max(nWindow, 1);
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   if (nWindow == m_nWindow) return;
   m_pSamples.reset();
   m_pSamples = std::make_unique<double[]>(2 * static_cast<size_t>(nWindow));
@@ -59,17 +59,17 @@ void KAverageCalc::SetWindow(int nWindow) {
 }
 
 int KAverageCalc::Window() const {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   return m_nWindow;
 }
 
 void KAverageCalc::Clear() {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   m_nLastIndex = -1;
 }
 
 int KAverageCalc::Add(double dblValue) {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   ++m_nLastIndex;
   if (m_nLastIndex == 2 * m_nWindow) {
     std::memmove(m_pSamples.get(), m_pSamples.get() + m_nWindow, sizeof(double) * m_nWindow);
@@ -81,7 +81,7 @@ int KAverageCalc::Add(double dblValue) {
 
 int KAverageCalc::Statistics(double* pdblAverage, double* pdblJitter, double* pdblMin, double* pdblMax,
                              const double* pdblPending, int nSkip, int nMaxCount) const {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   if (m_nLastIndex < 0) return -1;
 
   int nCount = std::min(m_nWindow, m_nLastIndex) + 1;

@@ -53,9 +53,9 @@ class KAverageCalc : public CKRefObject {
 
  private:
   mutable CKStatsLock m_csLock;
-  std::unique_ptr<double[]> m_pSamples;  // GUARDED_BY(m_csLock); 2 * m_nWindow doubles
-  int m_nWindow = 0;                     // GUARDED_BY(m_csLock)
-  int m_nLastIndex = -1;                 // GUARDED_BY(m_csLock); -1 when empty
+  std::unique_ptr<double[]> m_pSamples VC_GUARDED_BY(m_csLock);  // 2 * m_nWindow doubles
+  int m_nWindow VC_GUARDED_BY(m_csLock) = 0;
+  int m_nLastIndex VC_GUARDED_BY(m_csLock) = -1;  // -1 when empty
 };
 
 }  // namespace vc

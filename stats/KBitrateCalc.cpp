@@ -6,13 +6,13 @@
 namespace vc {
 
 int32_t KBitrateCalc::Add(int64_t llTime, int32_t nBytes, double dblWindowSeconds) {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   _Push(llTime, nBytes, dblWindowSeconds);
   return _Rate();
 }
 
 void KBitrateCalc::Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds) {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   _Push(llTime, nBytes, dblWindowSeconds);
 }
 
@@ -36,18 +36,18 @@ void KBitrateCalc::_Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds
 }
 
 int32_t KBitrateCalc::Rate() const {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   return _Rate();
 }
 
 void KBitrateCalc::Reset() {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   m_deqEntries.clear();
   m_llTotal = 0;
 }
 
 size_t KBitrateCalc::Count() const {
-  std::lock_guard<CKStatsLock> lock(m_csLock);
+  CKStatsAutoLock lock(m_csLock);
   return m_deqEntries.size();
 }
 

@@ -43,14 +43,14 @@ class KBitrateCalc : public CKRefObject {
     int32_t nBytes;
   };
 
-  void _Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds);
-  int32_t _Rate() const;
+  void _Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds) VC_REQUIRES(m_csLock);
+  int32_t _Rate() const VC_REQUIRES(m_csLock);
 
   mutable CKStatsLock m_csLock;
-  CKRing<Entry> m_deqEntries;      // GUARDED_BY(m_csLock); oldest first
-  int64_t m_llTotal = 0;           // GUARDED_BY(m_csLock); bytes of m_deqEntries
-  double m_dblWindowSeconds = 0.0;  // GUARDED_BY(m_csLock); the last window asked for
-  int64_t m_llWindow = 0;           // GUARDED_BY(m_csLock); the same in 100 ns
+  CKRing<Entry> m_deqEntries VC_GUARDED_BY(m_csLock);  // oldest first
+  int64_t m_llTotal VC_GUARDED_BY(m_csLock) = 0;  // bytes of m_deqEntries
+  double m_dblWindowSeconds VC_GUARDED_BY(m_csLock) = 0.0;  // the last window asked for
+  int64_t m_llWindow VC_GUARDED_BY(m_csLock) = 0;  // the same in 100 ns
 };
 
 }  // namespace vc

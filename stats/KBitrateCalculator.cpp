@@ -10,7 +10,7 @@ KBitrateCalculator::KBitrateCalculator(KClock::CounterFn fnCounter, int64_t llFr
     : m_clock(std::move(fnCounter), llFrequency), m_avgRates(kDefaultAverage) {}
 
 void KBitrateCalculator::Setup(int nMode, int nAverage, int64_t llWindow) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   m_nMode = nMode;
   m_avgRates.SetWindow(nAverage);
   m_llWindow = llWindow;
@@ -65,7 +65,7 @@ double KBitrateCalculator::_AverageRate() const {
 }
 
 double KBitrateCalculator::Add(int64_t llBytes, int64_t llTime, int64_t* pllTimeUsed) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (llBytes < 1) return _AverageRate();
 
   if (m_nMode == kModeRunningTotal) {
@@ -98,7 +98,7 @@ double KBitrateCalculator::Add(int64_t llBytes, int64_t llTime, int64_t* pllTime
 }
 
 double KBitrateCalculator::Rate() const {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return _AverageRate();
 }
 

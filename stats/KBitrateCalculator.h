@@ -56,20 +56,20 @@ class KBitrateCalculator : public CKRefObject {
     int64_t llBytes;
   };
 
-  void _Reset();
-  int64_t _PlaceInTime(int64_t llTime);
-  double _InstantRate() const;
-  double _AverageRate() const;
+  void _Reset() VC_REQUIRES(m_csLock);
+  int64_t _PlaceInTime(int64_t llTime) VC_REQUIRES(m_csLock);
+  double _InstantRate() const VC_REQUIRES(m_csLock);
+  double _AverageRate() const VC_REQUIRES(m_csLock);
 
-  mutable std::mutex m_csLock;
+  mutable CKMutex m_csLock;
   KClock m_clock;                 // its mark is the time of the last feed
   KAverageCalc m_avgRates;        // bytes per second, one sample per fed packet with a rate
-  int m_nMode = 0;                // GUARDED_BY(m_csLock)
-  int64_t m_llWindow = kDefaultWindow;  // GUARDED_BY(m_csLock)
-  int64_t m_llLastTotal = kUnsetTime;   // GUARDED_BY(m_csLock); mode 1 only
-  int64_t m_llTotal = 0;                // GUARDED_BY(m_csLock); bytes in m_deqBuckets
-  int64_t m_llTimeBase = kUnsetTime;    // GUARDED_BY(m_csLock); set once timed packets arrive
-  CKRing<Bucket> m_deqBuckets;          // GUARDED_BY(m_csLock); oldest first, times increasing
+  int m_nMode VC_GUARDED_BY(m_csLock) = 0;
+  int64_t m_llWindow VC_GUARDED_BY(m_csLock) = kDefaultWindow;
+  int64_t m_llLastTotal VC_GUARDED_BY(m_csLock) = kUnsetTime;  // mode 1 only
+  int64_t m_llTotal VC_GUARDED_BY(m_csLock) = 0;  // bytes in m_deqBuckets
+  int64_t m_llTimeBase VC_GUARDED_BY(m_csLock) = kUnsetTime;  // set once timed packets arrive
+  CKRing<Bucket> m_deqBuckets VC_GUARDED_BY(m_csLock);  // oldest first, times increasing
 };
 
 }  // namespace vc

@@ -52,12 +52,12 @@ int64_t KClock::_ScaledTicks(int64_t llRaw) const {
 int64_t KClock::_NowLocked() { return TicksToRefTime(_ScaledTicks(_RawTicks()), m_llFrequency); }
 
 int64_t KClock::Now() {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   return _NowLocked();
 }
 
 int64_t KClock::Elapsed(bool bRestart, int64_t* pllNow) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   const int64_t llNow = _NowLocked();
   const int64_t llElapsed = llNow - m_llMark;
   if (bRestart) m_llMark = llNow;
@@ -66,7 +66,7 @@ int64_t KClock::Elapsed(bool bRestart, int64_t* pllNow) {
 }
 
 void KClock::SetScale(double dblRate) {
-  std::lock_guard<std::mutex> lock(m_csLock);
+  CKMutexLock lock(m_csLock);
   if (!(dblRate > 0.0)) {
     m_llScalePivot = -1;
     m_llScaleOffset = 0;

@@ -13,9 +13,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 
 #include "KRefObject.h"
+#include "VCCritSec.h"
 
 namespace vc {
 
@@ -52,20 +52,20 @@ class KClock : public CKRefObject {
 
  private:
   // Counter ticks since construction, one more than the last at least.
-  int64_t _RawTicks();
-  int64_t _ScaledTicks(int64_t llRaw) const;
-  int64_t _NowLocked();
+  int64_t _RawTicks() VC_REQUIRES(m_csLock);
+  int64_t _ScaledTicks(int64_t llRaw) const VC_REQUIRES(m_csLock);
+  int64_t _NowLocked() VC_REQUIRES(m_csLock);
 
   CounterFn m_fnCounter;        // null: the steady clock
   const int64_t m_llFrequency;  // ticks per second, read once
   const int64_t m_llStartCounter;
 
-  std::mutex m_csLock;
-  int64_t m_llScalePivot = -1;  // GUARDED_BY(m_csLock); raw ticks, -1 = no scaling
-  int64_t m_llScaleOffset = 0;  // GUARDED_BY(m_csLock); scaled ticks at the pivot
-  double m_dblScaleRate = 0.0;  // GUARDED_BY(m_csLock)
-  int64_t m_llLastCounter = -1; // GUARDED_BY(m_csLock); absolute counter of the last reading
-  int64_t m_llMark = 0;         // GUARDED_BY(m_csLock); reference time of the last restart
+  CKMutex m_csLock;
+  int64_t m_llScalePivot VC_GUARDED_BY(m_csLock) = -1;  // raw ticks, -1 = no scaling
+  int64_t m_llScaleOffset VC_GUARDED_BY(m_csLock) = 0;  // scaled ticks at the pivot
+  double m_dblScaleRate VC_GUARDED_BY(m_csLock) = 0.0;
+  int64_t m_llLastCounter VC_GUARDED_BY(m_csLock) = -1;  // absolute counter of the last reading
+  int64_t m_llMark VC_GUARDED_BY(m_csLock) = 0;  // reference time of the last restart
 };
 
 }  // namespace vc

@@ -1,9 +1,13 @@
 // The lock of a statistics object, which its owner may switch off when the
 // owner already serialises every call (a packet queue feeds and reads its
 // meters under its own lock; a second lock there would only cost time).
+// The thread-safety analysis treats it as a lock either way: in ByOwner mode
+// the owner's lock stands in for it, which only the owner's header can say.
 #pragma once
 
 #include <mutex>
+
+#include "VCCritSec.h"
 
 namespace vc {
 
@@ -12,13 +16,13 @@ enum class eKStatsLocking {
   ByOwner,  // every call is already made under the owner's lock
 };
 
-class CKStatsLock {
+class VC_CAPABILITY("mutex") CKStatsLock {
  public:
   explicit CKStatsLock(eKStatsLocking eLocking = eKStatsLocking::Own) : m_bEnabled(eLocking == eKStatsLocking::Own) {}
-  void lock() {
+  void lock() VC_ACQUIRE() {
     if (m_bEnabled) m_cs.lock();
   }
-  void unlock() {
+  void unlock() VC_RELEASE() {
     if (m_bEnabled) m_cs.unlock();
   }
 
@@ -26,5 +30,7 @@ class CKStatsLock {
   std::mutex m_cs;
   const bool m_bEnabled;
 };
+
+using CKStatsAutoLock = CKScopedLock<CKStatsLock>;
 
 }  // namespace vc

@@ -132,17 +132,17 @@ class CFFAudioBuffer : public CKObjectRoot, public IVCAudioBuffer {
  private:
   using CLine = abuf::CAudioLine;
 
-  CLine* _FindLine(BSTR bsLine);
+  CLine* _FindLine(BSTR bsLine) VC_REQUIRES(m_csLock);
   // The line when it holds samples; otherwise null, with *pnSamples (when
   // given) set to 0 (the callers then answer S_FALSE).
-  CLine* _NonEmptyLine(BSTR bsLine, LONG* pnSamples);
-  CLine& _LineFor(BSTR bsLine);
+  CLine* _NonEmptyLine(BSTR bsLine, LONG* pnSamples) VC_REQUIRES(m_csLock);
+  CLine& _LineFor(BSTR bsLine) VC_REQUIRES(m_csLock);
   // Puts src into the line under the lock; bFlush empties the line's
   // resampler afterwards (a put that ends a stream).
   HRESULT _Put(BSTR bsLine, const abuf::CSourceAudio& src, BSTR bsChannels, LONGLONG rtTime, bool bFlush = false);
 
   CKCritSec m_csLock;
-  std::map<String, std::unique_ptr<CLine>> m_mapLines;  // GUARDED_BY(m_csLock); keys lower-cased
+  std::map<String, std::unique_ptr<CLine>> m_mapLines VC_GUARDED_BY(m_csLock);  // keys lower-cased
 };
 
 }  // namespace vc::ff

@@ -212,7 +212,7 @@ HRESULT CCoFFDecoder::DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* 
     VC_LOG(eVCLL_Retry, "%s decoder: no usable stream description (hr=%08X)\n", _DeviceLabel(), E_INVALIDARG);
     return E_INVALIDARG;
   }
-  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  CKMutexLock lock(m_mtxDecode);
   m_streamInfo = info;
   const HRESULT hr = _Open(info);
   if (FAILED(hr)) return hr;
@@ -275,7 +275,7 @@ HRESULT CCoFFDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentS
   CFFOutputForm form;
   HRESULT hr = _OutputForm(_pAVPropsOut, &form);
   if (FAILED(hr)) return hr;
-  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  CKMutexLock lock(m_mtxDecode);
   if (!m_session.IsOpen()) {
     if (!_pVCPacket) return VC_E_END_OF_MEDIA;  // nothing was decoding: nothing to drain
     hr = _EnsureOpen(_pVCPacket);
@@ -316,7 +316,7 @@ HRESULT CCoFFDecoder::DecodeAudio(IVCPacket* _pVCPacket, LONGLONG /*_rtSegmentSt
   if (!_pAudioBuffer) return E_INVALIDARG;
   const String strLine = LineFromHints(_bsHints);
   CBstr bsLine{StringView(strLine)};
-  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  CKMutexLock lock(m_mtxDecode);
   if (!m_session.IsOpen()) {
     if (!_pVCPacket) return VC_E_END_OF_MEDIA;
     const HRESULT hr = _EnsureOpen(_pVCPacket);
@@ -376,7 +376,7 @@ HRESULT CCoFFDecoder::_FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CF
 
 HRESULT CCoFFDecoder::DecodeClose() {
   VC_GUARD_BEGIN
-  std::lock_guard<std::mutex> lock(m_mtxDecode);
+  CKMutexLock lock(m_mtxDecode);
   m_session.Close();
   m_spDevice.reset();
   m_pCodec = nullptr;

@@ -67,37 +67,38 @@ class CCoFFDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   // The name the log and the refusals use for this class's device.
   const char* _DeviceLabel() const;
   // Opens a decoder for info; logs why not at level 3. Under m_mtxDecode.
-  HRESULT _Open(const CKStreamInfo& info);
+  HRESULT _Open(const CKStreamInfo& info) VC_REQUIRES(m_mtxDecode);
   HRESULT _OpenOnDevice(const CKStreamInfo& info, AVCodecID id, const std::string& strName,
-                        CFFSessionOptions* pOptions, const AVCodec** ppCodec);
+                        CFFSessionOptions* pOptions, const AVCodec** ppCodec) VC_REQUIRES(m_mtxDecode);
   // Opens from the packet's own description (else the last one) when no
   // decoder is open. Under m_mtxDecode.
-  HRESULT _EnsureOpen(IVCPacket* pPacket);
+  HRESULT _EnsureOpen(IVCPacket* pPacket) VC_REQUIRES(m_mtxDecode);
   // Hands a packet (null: the drain) to the session; a refusal is logged.
   // Under m_mtxDecode.
-  HRESULT _Feed(IVCPacket* pPacket);
+  HRESULT _Feed(IVCPacket* pPacket) VC_REQUIRES(m_mtxDecode);
   // The output form a caller's wanted properties name; E_INVALIDARG for a
   // pixel format this module does not know.
   HRESULT _OutputForm(const K_AV_PROPS* pWanted, CFFOutputForm* pForm) const;
   // Appends the decoded sample blocks that are ready to the buffer's line;
   // S_FALSE when none was ready, end of media after the drain. Under
   // m_mtxDecode.
-  HRESULT _FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CFFOutputForm& form, LONG* plSamples);
+  HRESULT _FillBuffer(IVCAudioBuffer* pBuffer, BSTR bsLine, const CFFOutputForm& form, LONG* plSamples)
+      VC_REQUIRES(m_mtxDecode);
   // Publishes the chosen decoder's information; after the first frame again
   // with what decoding has taught FFmpeg (profile, level, size).
-  void _PublishInfo(const AVCodec* pCodec);
+  void _PublishInfo(const AVCodec* pCodec) VC_REQUIRES(m_mtxDecode);
   void _SetProp(const char16_t* szName, const std::string& strValue);
   // The text of a property (under the property lock).
   std::string _PropText(const char16_t* szName, const std::string& strDefault);
 
   const AVHWDeviceType m_eDevice;
   CKCritSec m_csLock;      // the property tree
-  std::mutex m_mtxDecode;  // the decoding calls; taken before m_csLock
-  CFFDecodeSession m_session;                            // GUARDED_BY(m_mtxDecode)
-  CKStreamInfo m_streamInfo;                             // GUARDED_BY(m_mtxDecode); last opened stream
-  const AVCodec* m_pCodec = nullptr;                     // GUARDED_BY(m_mtxDecode)
-  std::unique_ptr<AVBufferRef, CBufferUnref> m_spDevice;  // GUARDED_BY(m_mtxDecode); device classes
-  bool m_bFramePublished = false;                        // GUARDED_BY(m_mtxDecode)
+  CKMutex m_mtxDecode VC_ACQUIRED_BEFORE(m_csLock);  // the decoding calls
+  CFFDecodeSession m_session VC_GUARDED_BY(m_mtxDecode);
+  CKStreamInfo m_streamInfo VC_GUARDED_BY(m_mtxDecode);  // last opened stream
+  const AVCodec* m_pCodec VC_GUARDED_BY(m_mtxDecode) = nullptr;
+  std::unique_ptr<AVBufferRef, CBufferUnref> m_spDevice VC_GUARDED_BY(m_mtxDecode);  // device classes
+  bool m_bFramePublished VC_GUARDED_BY(m_mtxDecode) = false;
 };
 
 // The device classes: the same object on another device.

@@ -47,6 +47,7 @@
 
 #include "FFFrameContent.h"
 #include "VCCodecsCore.h"
+#include "VCCritSec.h"
 #include "VCGuard.h"
 #include "VCGuid.h"
 #include "VCObject.h"
@@ -144,12 +145,12 @@ class CFFFrame : public CKObjectRoot, public IVCFrame {
   HRESULT STDMETHODCALLTYPE VCLoadFromStream(IStream* _pStream, eKFrameClone _eLoadType) override;
 
  private:
-  using Lock = std::lock_guard<std::mutex>;
+  using Lock = CKMutexLock;
 
   // Brings the video into the one-buffer public layout (copying once when
   // the decoder's planes are apart); keeps the old memory until the frame
   // goes. Caller holds m_csLock. False when out of memory.
-  bool _MakePublicLayoutLocked();
+  bool _MakePublicLayoutLocked() VC_REQUIRES(m_csLock);
   // A copy of the parts of the content that eCloneType names, made under
   // the lock (video by reference or by copy, audio and data copied, objects
   // by reference).
@@ -157,16 +158,16 @@ class CFFFrame : public CKObjectRoot, public IVCFrame {
   // After any change of the audio: refills the per-channel copy (in place
   // when the shape is the same, so its pointers stay good). Caller holds
   // m_csLock.
-  void _RefreshChannelsLocked();
+  void _RefreshChannelsLocked() VC_REQUIRES(m_csLock);
   // Makes the audio samples this frame's alone before writing into them.
-  bool _AudioWritableLocked();
+  bool _AudioWritableLocked() VC_REQUIRES(m_csLock);
 
-  std::mutex m_csLock;
-  FrameContent m_content;                  // GUARDED_BY(m_csLock)
-  std::vector<AvFramePtr> m_vecRetired;    // GUARDED_BY(m_csLock); replaced video still pointed at
+  CKMutex m_csLock;
+  FrameContent m_content VC_GUARDED_BY(m_csLock);
+  std::vector<AvFramePtr> m_vecRetired VC_GUARDED_BY(m_csLock);  // replaced video still pointed at
   // Per-channel copy of the audio (VCAudioChannelGetBytes), written back by
   // VCAudioChannelsUpdate. Dropped when the audio changes shape.
-  std::vector<std::vector<uint8_t>> m_vecChannels;  // GUARDED_BY(m_csLock)
+  std::vector<std::vector<uint8_t>> m_vecChannels VC_GUARDED_BY(m_csLock);
 
 };
 

@@ -56,7 +56,6 @@ constexpr int kCloneKnownBits = eKFC_Video | eKFC_VideoRef | eKFC_Audio | eKFC_D
                                 eKFC_ForceGPU | eKFC_BottomTop_ARGB;
 // Frames inside frames inside frames: a cycle of attached frames must end.
 constexpr int kMaxNesting = 8;
-constexpr int kMaxSide = 1 << 16;
 const HRESULT kHrCorrupt = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 const HRESULT kStreamShort = static_cast<HRESULT>(0x80030070u);  // STG_E_MEDIUMFULL
 

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <vector>
 
+#include "VCCritSec.h"
 #include "VCGuard.h"
 #include "VCObject.h"
 
@@ -19,8 +20,8 @@ constexpr HRESULT kStgMediumFull = static_cast<HRESULT>(0x80030070u);      // ST
 
 // The bytes, shared by a stream and its clones.
 struct StreamBytes {
-  std::mutex csLock;
-  std::vector<uint8_t> vecData;  // GUARDED_BY(csLock)
+  vc::CKMutex csLock;
+  std::vector<uint8_t> vecData VC_GUARDED_BY(csLock);
 };
 
 // Largest stream: positions and sizes must fit the 32-bit counts of Read and
@@ -33,7 +34,8 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     return QueryInterfaceTable<IStream, ISequentialStream>(this, riid, ppv);
   }
 
-  void Init(std::shared_ptr<StreamBytes> spBytes, ULONGLONG llPos) {
+  // Before the stream is handed out, so no other thread can see it yet.
+  void Init(std::shared_ptr<StreamBytes> spBytes, ULONGLONG llPos) VC_NO_THREAD_SAFETY_ANALYSIS {
     m_spBytes = std::move(spBytes);
     m_llPos = llPos;
   }
@@ -42,7 +44,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     VC_GUARD_BEGIN
     if (pcbRead) *pcbRead = 0;
     if (!pv && cb > 0) return kStgInvalidPointer;
-    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    vc::CKMutexLock lock(m_spBytes->csLock);
     const size_t cbSize = m_spBytes->vecData.size();
     const size_t cbCopy = m_llPos >= cbSize ? 0 : std::min<size_t>(cb, cbSize - static_cast<size_t>(m_llPos));
     if (cbCopy) std::memcpy(pv, m_spBytes->vecData.data() + m_llPos, cbCopy);
@@ -56,7 +58,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     VC_GUARD_BEGIN
     if (pcbWritten) *pcbWritten = 0;
     if (!pv && cb > 0) return kStgInvalidPointer;
-    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    vc::CKMutexLock lock(m_spBytes->csLock);
     if (m_llPos + cb > kMaxSize) return kStgMediumFull;
     std::vector<uint8_t>& vec = m_spBytes->vecData;
     try {
@@ -73,7 +75,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
 
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER dlibMove, DWORD dwOrigin, ULARGE_INTEGER* plibNewPosition) override {
     VC_GUARD_BEGIN
-    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    vc::CKMutexLock lock(m_spBytes->csLock);
     LONGLONG llBase = 0;
     switch (dwOrigin) {
       case STREAM_SEEK_SET: llBase = 0; break;
@@ -92,7 +94,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
   HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER libNewSize) override {
     VC_GUARD_BEGIN
     if (libNewSize.QuadPart > kMaxSize) return kStgMediumFull;
-    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    vc::CKMutexLock lock(m_spBytes->csLock);
     try {
       m_spBytes->vecData.resize(static_cast<size_t>(libNewSize.QuadPart));
     } catch (const std::bad_alloc&) {
@@ -111,7 +113,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     // Copied out first: the target may share our bytes (a clone).
     std::vector<uint8_t> vecChunk;
     {
-      std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+      vc::CKMutexLock lock(m_spBytes->csLock);
       const size_t cbSize = m_spBytes->vecData.size();
       const size_t cbCopy = m_llPos >= cbSize ? 0 : static_cast<size_t>(std::min<ULONGLONG>(cb.QuadPart, cbSize - m_llPos));
       vecChunk.assign(m_spBytes->vecData.begin() + static_cast<ptrdiff_t>(m_llPos),
@@ -151,7 +153,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     if (!pstatstg) return kStgInvalidPointer;
     *pstatstg = STATSTG{};
     pstatstg->type = 2;  // STGTY_STREAM
-    std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+    vc::CKMutexLock lock(m_spBytes->csLock);
     pstatstg->cbSize.QuadPart = m_spBytes->vecData.size();
     return S_OK;
     VC_GUARD_END
@@ -166,7 +168,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
     if (FAILED(hr)) return hr;
     ULONGLONG llPos = 0;
     {
-      std::lock_guard<std::mutex> lock(m_spBytes->csLock);
+      vc::CKMutexLock lock(m_spBytes->csLock);
       llPos = m_llPos;
     }
     static_cast<CFFMemoryStream*>(cpClone.Get())->Init(m_spBytes, llPos);
@@ -177,7 +179,7 @@ class CFFMemoryStream : public CKObjectRoot, public IStream {
 
  private:
   std::shared_ptr<StreamBytes> m_spBytes;
-  ULONGLONG m_llPos = 0;  // GUARDED_BY(m_spBytes->csLock)
+  ULONGLONG m_llPos VC_GUARDED_BY(m_spBytes->csLock) = 0;
 };
 
 }  // namespace
@@ -188,7 +190,10 @@ HRESULT CreateMemoryStream(const void* p, size_t cb, IStream** ppStream) {
   if (!p && cb > 0) return E_POINTER;
   // Allocation failures leave as exceptions for the calling frame method's guard.
   auto spBytes = std::make_shared<StreamBytes>();
-  if (cb) spBytes->vecData.assign(static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + cb);
+  {
+    vc::CKMutexLock lock(spBytes->csLock);  // uncontended: nobody else has the bytes yet
+    if (cb) spBytes->vecData.assign(static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + cb);
+  }
   ComPtr<IStream> cpStream;
   const HRESULT hr =
       CreateObject<CFFMemoryStream>(nullptr, IidOf<IStream>(), reinterpret_cast<void**>(cpStream.AddressOf()));

@@ -172,7 +172,7 @@ HRESULT CFFSplitter::SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStre
 
   // A read that blocks on the previous source lets go of the I/O lock.
   ++m_interrupt.nTakeovers;
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   --m_interrupt.nTakeovers;
   _CloseLocked();
   m_interrupt.bStop.store(false);
@@ -314,7 +314,7 @@ void CFFSplitter::_CloseLocked() {
 HRESULT CFFSplitter::SplitterClose() {
   VC_GUARD_BEGIN
   ++m_interrupt.nTakeovers;
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   --m_interrupt.nTakeovers;
   const bool bWasOpen = m_spFormat != nullptr;
   _CloseLocked();
@@ -419,7 +419,7 @@ HRESULT CFFSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket, 
   VC_GUARD_BEGIN
   if (!_ppPacket) return E_POINTER;
   *_ppPacket = nullptr;
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   if (!m_spFormat) return VC_E_EMPTY;
   const LONG nStreams = static_cast<LONG>(m_vecStreams.size());
   if (_nStreamIdx < -1 || _nStreamIdx >= nStreams ||
@@ -571,7 +571,7 @@ HRESULT CFFSplitter::SplitterBeginSegment(LONGLONG _rtSegmentStart, BSTR _bsHint
            TimeTextW(_rtSegmentStart).c_str(), E_INVALIDARG);
     return E_INVALIDARG;
   }
-  std::lock_guard<std::mutex> io(m_mtxIo);
+  CKMutexLock io(m_mtxIo);
   if (!m_spFormat) return VC_E_EMPTY;
   m_interrupt.bStop.store(false);
   _Revive();

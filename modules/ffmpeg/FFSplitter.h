@@ -173,51 +173,52 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   HRESULT _ApplyPropsText(BSTR bsProps);
   HRESULT _ReadSettings(bool bNetwork, COpenSettings* pSettings);
   // m_mtxIo held for these two: the FFmpeg side of an open, then the whole open.
-  HRESULT _OpenFormat(const String& strPath, const COpenSettings& settings, AVFormatPtr* pspFormat);
-  HRESULT _OpenLocked(const String& strPath, const COpenSettings& settings, LONG* pnStreams);
-  void _CloseLocked();                                                                      // m_mtxIo held
+  HRESULT _OpenFormat(const String& strPath, const COpenSettings& settings, AVFormatPtr* pspFormat)
+      VC_REQUIRES(m_mtxIo);
+  HRESULT _OpenLocked(const String& strPath, const COpenSettings& settings, LONG* pnStreams) VC_REQUIRES(m_mtxIo);
+  void _CloseLocked() VC_REQUIRES(m_mtxIo);
   void _PublishSideData(const CFFSourceDesc& desc);
 
   // m_mtxIo held for all of these.
-  void _ArmDeadline(int64_t llWaitMs);
+  void _ArmDeadline(int64_t llWaitMs) VC_REQUIRES(m_mtxIo);
   // Makes an I/O context that an interruption left at its end readable again.
-  void _Revive();
+  void _Revive() VC_REQUIRES(m_mtxIo);
   void _DisarmDeadline() { m_interrupt.llWaitUs.store(0, std::memory_order_relaxed); }
   // The result of a failed FFmpeg call: stop and deadline win over its code.
-  HRESULT _FailureHr(int nAvError) const;
+  HRESULT _FailureHr(int nAvError) const VC_REQUIRES(m_mtxIo);
   // Reads the next packet of a selected stream and describes it.
-  HRESULT _ReadNext(int64_t llWaitMs, CReadPacket* pOut);
+  HRESULT _ReadNext(int64_t llWaitMs, CReadPacket* pOut) VC_REQUIRES(m_mtxIo);
   // Fills pOut's records for the packet just read and counts it.
-  void _Describe(const AVPacket& packet, CStreamState& state, CReadPacket* pOut);
-  HRESULT _ReadFailed(int nAvError);
-  HRESULT _Deliver(CReadPacket& packet, IVCPacket** ppPacket);
-  HRESULT _Seek(LONGLONG rtStart);
-  HRESULT _SeekOnce(LONGLONG rtTarget);
+  void _Describe(const AVPacket& packet, CStreamState& state, CReadPacket* pOut) VC_REQUIRES(m_mtxIo);
+  HRESULT _ReadFailed(int nAvError) VC_REQUIRES(m_mtxIo);
+  HRESULT _Deliver(CReadPacket& packet, IVCPacket** ppPacket) VC_REQUIRES(m_mtxIo);
+  HRESULT _Seek(LONGLONG rtStart) VC_REQUIRES(m_mtxIo);
+  HRESULT _SeekOnce(LONGLONG rtTarget) VC_REQUIRES(m_mtxIo);
   // Opens the source again in place (same streams, same selection): S_FALSE
   // when it cannot be, a live source for one.
-  HRESULT _Reopen();
-  HRESULT _ApplyStreamList(BSTR bsHints);
-  void _ApplyDiscard();
-  int64_t _PacketWaitMs(BSTR bsHints) const;
+  HRESULT _Reopen() VC_REQUIRES(m_mtxIo);
+  HRESULT _ApplyStreamList(BSTR bsHints) VC_REQUIRES(m_mtxIo);
+  void _ApplyDiscard() VC_REQUIRES(m_mtxIo);
+  int64_t _PacketWaitMs(BSTR bsHints) const VC_REQUIRES(m_mtxIo);
 
   CKCritSec m_csLock;
-  std::shared_ptr<const CFFSourceDesc> m_spDesc;  // GUARDED_BY(m_csLock); null while closed
+  std::shared_ptr<const CFFSourceDesc> m_spDesc VC_GUARDED_BY(m_csLock);  // null while closed
 
-  std::mutex m_mtxIo;
+  CKMutex m_mtxIo;
   CInterrupt m_interrupt;
   std::atomic<bool> m_bOpening{false};  // an open is under way (SplitterStop's answer)
-  AVFormatPtr m_spFormat;                        // GUARDED_BY(m_mtxIo)
-  AVPacketPtr m_spReadPacket;                    // GUARDED_BY(m_mtxIo)
-  std::shared_ptr<const CFFSourceDesc> m_spIoDesc;  // GUARDED_BY(m_mtxIo); the same as m_spDesc
-  std::vector<CStreamState> m_vecStreams;        // GUARDED_BY(m_mtxIo)
-  std::deque<CReadPacket> m_deqHeld;             // GUARDED_BY(m_mtxIo); read, not yet handed out
-  bool m_bUntouched = false;                     // GUARDED_BY(m_mtxIo); nothing read since open
-  bool m_bAtEnd = false;                         // GUARDED_BY(m_mtxIo); the source reported its end
-  int64_t m_llReadWaitMs = 0;                    // GUARDED_BY(m_mtxIo)
-  COpenSettings m_openSettings;                  // GUARDED_BY(m_mtxIo); for opening again
-  LONGLONG m_rtSegmentStart = 0;                 // GUARDED_BY(m_mtxIo)
-  LONG m_nOrderInSegment = 0;                    // GUARDED_BY(m_mtxIo); packets read since the segment began
-  LONGLONG m_rtLastEnd = VC_TIME_UNSET;          // GUARDED_BY(m_mtxIo); latest packet end seen
+  AVFormatPtr m_spFormat VC_GUARDED_BY(m_mtxIo);
+  AVPacketPtr m_spReadPacket VC_GUARDED_BY(m_mtxIo);
+  std::shared_ptr<const CFFSourceDesc> m_spIoDesc VC_GUARDED_BY(m_mtxIo);  // the same as m_spDesc
+  std::vector<CStreamState> m_vecStreams VC_GUARDED_BY(m_mtxIo);
+  std::deque<CReadPacket> m_deqHeld VC_GUARDED_BY(m_mtxIo);  // read, not yet handed out
+  bool m_bUntouched VC_GUARDED_BY(m_mtxIo) = false;  // nothing read since open
+  bool m_bAtEnd VC_GUARDED_BY(m_mtxIo) = false;  // the source reported its end
+  int64_t m_llReadWaitMs VC_GUARDED_BY(m_mtxIo) = 0;
+  COpenSettings m_openSettings VC_GUARDED_BY(m_mtxIo);  // for opening again
+  LONGLONG m_rtSegmentStart VC_GUARDED_BY(m_mtxIo) = 0;
+  LONG m_nOrderInSegment VC_GUARDED_BY(m_mtxIo) = 0;  // packets read since the segment began
+  LONGLONG m_rtLastEnd VC_GUARDED_BY(m_mtxIo) = VC_TIME_UNSET;  // latest packet end seen
 
   CFFSideDataStore m_sideData;
 };

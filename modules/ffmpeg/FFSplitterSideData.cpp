@@ -15,13 +15,13 @@ LONGLONG AddressOf(const std::vector<uint8_t>& bytes) {
 }  // namespace
 
 void CFFSideDataStore::Reset(LONG nStreams) {
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   m_mapEntries.clear();
   m_nStreams = std::max<LONG>(nStreams, 0);
 }
 
 void CFFSideDataStore::PutString(LONG nStream, StringView type, StringView value) {
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream) || type.empty()) return;
   CEntry& entry = _FindOrAdd(nStream, type);
   entry.bHasString = true;
@@ -29,7 +29,7 @@ void CFFSideDataStore::PutString(LONG nStream, StringView type, StringView value
 }
 
 void CFFSideDataStore::PutBytes(LONG nStream, StringView type, const std::vector<uint8_t>& bytes) {
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream) || type.empty()) return;
   CEntry& entry = _FindOrAdd(nStream, type);
   entry.bHasBytes = true;
@@ -64,7 +64,7 @@ void CFFSideDataStore::_DropIfEmpty(LONG nStream, StringView type) {
 HRESULT CFFSideDataStore::GetCount(LONG nStream, LONG* pnCount) {
   if (!pnCount) return E_POINTER;
   *pnCount = 0;
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   auto it = m_mapEntries.find(nStream);
   if (it != m_mapEntries.end()) *pnCount = static_cast<LONG>(it->second.size());
@@ -77,7 +77,7 @@ HRESULT CFFSideDataStore::GetByIndex(LONG nStream, LONG nIndex, BSTR* pbsType, L
   ClearOut(pcbData);
   ClearOut(plpData);
   if (nIndex < 0) return E_INVALIDARG;
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   auto it = m_mapEntries.find(nStream);
   if (it == m_mapEntries.end() || static_cast<size_t>(nIndex) >= it->second.size()) return S_FALSE;
@@ -96,7 +96,7 @@ HRESULT CFFSideDataStore::Get(LONG nStream, BSTR bsType, LONG* pcbData, LONGLONG
   ClearOut(pcbData);
   ClearOut(plpData);
   if (InString(bsType).empty()) return E_INVALIDARG;
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   const CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry || !pEntry->bHasBytes) return S_FALSE;
@@ -110,7 +110,7 @@ HRESULT CFFSideDataStore::Set(LONG nStream, BSTR bsType, LONG cbData, LONGLONG l
   if (cbData > 0 && !lpData) return E_POINTER;
   const auto* pData = reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(lpData));
   std::vector<uint8_t> vecBytes(pData, pData + cbData);
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   CEntry& entry = _FindOrAdd(nStream, InString(bsType));
   entry.bHasBytes = true;
@@ -121,7 +121,7 @@ HRESULT CFFSideDataStore::Set(LONG nStream, BSTR bsType, LONG cbData, LONGLONG l
 HRESULT CFFSideDataStore::Remove(LONG nStream, BSTR bsType) {
   if (InString(bsType).empty()) return E_INVALIDARG;
   ComPtr<IUnknown> cpObject;  // released after the lock: its destructor is not ours
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry) return S_FALSE;
@@ -136,7 +136,7 @@ HRESULT CFFSideDataStore::StrGet(LONG nStream, BSTR bsType, BSTR* pbsValue) {
   if (!pbsValue) return E_POINTER;
   *pbsValue = nullptr;
   if (InString(bsType).empty()) return E_INVALIDARG;
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   const CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry || !pEntry->bHasString) return S_FALSE;
@@ -147,7 +147,7 @@ HRESULT CFFSideDataStore::StrGet(LONG nStream, BSTR bsType, BSTR* pbsValue) {
 HRESULT CFFSideDataStore::StrSet(LONG nStream, BSTR bsType, BSTR bsValue) {
   if (InString(bsType).empty()) return E_INVALIDARG;
   String strValue(InString(bsValue));
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   CEntry& entry = _FindOrAdd(nStream, InString(bsType));
   entry.bHasString = true;
@@ -159,7 +159,7 @@ HRESULT CFFSideDataStore::ObjGet(LONG nStream, BSTR bsType, IUnknown** ppObj) {
   if (!ppObj) return E_POINTER;
   *ppObj = nullptr;
   if (InString(bsType).empty()) return E_INVALIDARG;
-  std::lock_guard<std::mutex> lock(m_mtx);
+  CKMutexLock lock(m_mtx);
   if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
   const CEntry* pEntry = _Find(nStream, InString(bsType));
   if (!pEntry || !pEntry->cpObject) return S_FALSE;
@@ -170,7 +170,7 @@ HRESULT CFFSideDataStore::ObjSet(LONG nStream, BSTR bsType, IUnknown* pObj) {
   if (InString(bsType).empty()) return E_INVALIDARG;
   ComPtr<IUnknown> cpOld;
   {
-    std::lock_guard<std::mutex> lock(m_mtx);
+    CKMutexLock lock(m_mtx);
     if (!_ValidStream(nStream)) return VC_E_BAD_STREAM;
     if (!pObj) {
       CEntry* pEntry = _Find(nStream, InString(bsType));

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "VCComPtr.h"
+#include "VCCritSec.h"
 #include "VCSideData.h"
 #include "VCStrings.h"
 
@@ -60,14 +61,14 @@ class CFFSideDataStore {
   };
   using CEntries = std::vector<CEntry>;  // insertion order
 
-  bool _ValidStream(LONG nStream) const { return nStream >= -1 && nStream < m_nStreams; }
-  CEntry* _Find(LONG nStream, StringView type);
-  CEntry& _FindOrAdd(LONG nStream, StringView type);
-  void _DropIfEmpty(LONG nStream, StringView type);
+  bool _ValidStream(LONG nStream) const VC_REQUIRES(m_mtx) { return nStream >= -1 && nStream < m_nStreams; }
+  CEntry* _Find(LONG nStream, StringView type) VC_REQUIRES(m_mtx);
+  CEntry& _FindOrAdd(LONG nStream, StringView type) VC_REQUIRES(m_mtx);
+  void _DropIfEmpty(LONG nStream, StringView type) VC_REQUIRES(m_mtx);
 
-  std::mutex m_mtx;
-  std::map<LONG, CEntries> m_mapEntries;  // GUARDED_BY(m_mtx)
-  LONG m_nStreams = 0;                    // GUARDED_BY(m_mtx)
+  CKMutex m_mtx;
+  std::map<LONG, CEntries> m_mapEntries VC_GUARDED_BY(m_mtx);
+  LONG m_nStreams VC_GUARDED_BY(m_mtx) = 0;
 };
 
 }  // namespace vc::ff
