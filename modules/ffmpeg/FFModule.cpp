@@ -10,19 +10,29 @@ namespace vc::ff {
 
 namespace {
 
-constexpr PFN_KCREATE CreatorOf(std::string_view svName) {
-  if (svName == "FFSplitter") return &CreateFFSplitter;
-  if (svName == "FFDecoder") return &CreateFFDecoder;
-  if (svName == "FFDecoderNVidia") return &CreateFFDecoderNVidia;
-  if (svName == "FFDecoderQuickSync") return &CreateFFDecoderQuickSync;
-  if (svName == "FFFrame") return &CreateFFFrame;
-  if (svName == "FFAudioBuffer") return &CreateFFAudioBuffer;
-  if (svName == "FFPacket") return &CreateFFPacket;
-  return nullptr;
+// The creator of a named row. The flag says the name is known: the
+// compile-time check reads it, because sanitizer builds cannot compare a
+// function's address with null in a constant expression.
+struct CCreatorOf {
+  PFN_KCREATE pfnCreate = nullptr;
+  bool bKnown = false;
+};
+
+constexpr CCreatorOf FindCreator(std::string_view svName) {
+  if (svName == "FFSplitter") return {&CreateFFSplitter, true};
+  if (svName == "FFDecoder") return {&CreateFFDecoder, true};
+  if (svName == "FFDecoderNVidia") return {&CreateFFDecoderNVidia, true};
+  if (svName == "FFDecoderQuickSync") return {&CreateFFDecoderQuickSync, true};
+  if (svName == "FFFrame") return {&CreateFFFrame, true};
+  if (svName == "FFAudioBuffer") return {&CreateFFAudioBuffer, true};
+  if (svName == "FFPacket") return {&CreateFFPacket, true};
+  return {};
 }
 
+constexpr PFN_KCREATE CreatorOf(std::string_view svName) { return FindCreator(svName).pfnCreate; }
+
 static_assert(std::ranges::all_of(kFFClassTable,
-                                  [](const VCClassTableEntry& e) { return CreatorOf(e.szName) != nullptr; }),
+                                  [](const VCClassTableEntry& e) { return FindCreator(e.szName).bKnown; }),
               "every row of the class table needs a creator");
 // The facades find these classes by the identifiers they are built with.
 static_assert(SameGuid(CLSID_FFSplitter, CLSID_GeneralSplitter), "the facades name another general splitter");
