@@ -20,6 +20,7 @@ extern "C" {
 #include <filesystem>
 #include <string>
 
+#include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
 #include "VCLog.h"
@@ -69,7 +70,7 @@ int64_t ReadFacade(IVCSplitter* pSplitter, BSTR bsHints) {
   for (;;) {
     vc::ComPtr<IVCPacket> cpPacket;
     const HRESULT hr = pSplitter->SplitterPacketGet(-1, cpPacket.AddressOf(), bsHints);
-    if (hr == HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA)) return llPackets;
+    if (hr == vc::VC_E_END_OF_MEDIA) return llPackets;
     if (FAILED(hr) || !cpPacket) return -1;
     benchmark::DoNotOptimize(cpPacket.Get());
     ++llPackets;

@@ -72,7 +72,7 @@ BENCHMARK(BM_AverageCalcAddAndStatistics)->Arg(64);
 // Timed packets, 40 ms apart, in a 1 s window.
 void BM_BitrateCalculatorAdd(benchmark::State& state) {
   vc::KBitrateCalculator calc;
-  calc.Setup(0, 64, 10000000);
+  calc.Setup(0, 64, VC_TIME_SECOND);
   int64_t llTime = 0;
   for (auto _ : state) {
     benchmark::DoNotOptimize(calc.Add(10000 + llTime % 3000, llTime));

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "VCFormat.h"
+#include "VCPlatform.h"
 
 namespace vc {
 
@@ -24,7 +25,7 @@ std::string KAverageTime::Text(bool bMilliseconds) const {
   Statistics(&dblAverage, &dblJitter, &dblMin, &dblMax);
   if (!bMilliseconds)
     return Format("Avg:%.03f Min:%.03f Max:%.03f Jitter:%.03f", dblAverage, dblMin, dblMax, dblJitter);
-  const double dblFps = dblAverage > 0.0 ? 10000000.0 / dblAverage : 0.0;
+  const double dblFps = dblAverage > 0.0 ? static_cast<double>(VC_TIME_SECOND) / dblAverage : 0.0;
   return Format("Avg:%.03f (%.3f fps) Min:%.03f Max:%.03f Jitter:%.03f (msec)", dblAverage / 10000.0, dblFps,
                 dblMin / 10000.0, dblMax / 10000.0, dblJitter / 10000.0);
 }

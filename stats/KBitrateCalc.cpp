@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include "VCPlatform.h"
 
 namespace vc {
 
@@ -24,7 +25,7 @@ void KBitrateCalc::_Push(int64_t llTime, int32_t nBytes, double dblWindowSeconds
   // Callers pass the same window every time: round it once.
   if (dblWindowSeconds != m_dblWindowSeconds) {
     m_dblWindowSeconds = dblWindowSeconds;
-    m_llWindow = RoundHalfAway(dblWindowSeconds * 10000000.0);
+    m_llWindow = RoundHalfAway(dblWindowSeconds * static_cast<double>(VC_TIME_SECOND));
   }
   const int64_t llWindow = m_llWindow;
   while (m_deqEntries.size() >= 2) {

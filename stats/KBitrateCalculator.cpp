@@ -1,6 +1,7 @@
 #include "KBitrateCalculator.h"
 
 #include <utility>
+#include "VCPlatform.h"
 
 namespace vc {
 
@@ -55,7 +56,7 @@ double KBitrateCalculator::_InstantRate() const {
   const int64_t llSpan = m_deqBuckets.back().llTime - m_deqBuckets.front().llTime;
   if (llSpan < 1) return 0.0;
   // The oldest bucket's bytes arrived at the start of the span, not within it.
-  return static_cast<double>(m_llTotal - m_deqBuckets.front().llBytes) * 10000000.0 / static_cast<double>(llSpan);
+  return static_cast<double>(m_llTotal - m_deqBuckets.front().llBytes) * static_cast<double>(VC_TIME_SECOND) / static_cast<double>(llSpan);
 }
 
 double KBitrateCalculator::_AverageRate() const {

@@ -21,6 +21,7 @@
 #include "KClock.h"
 #include "KRing.h"
 #include "KStatsMath.h"
+#include "VCPlatform.h"
 
 namespace vc {
 
@@ -29,7 +30,7 @@ class KBitrateCalculator : public CKRefObject {
   // The values fed in are running totals (a byte counter), not increments.
   static constexpr int kModeRunningTotal = 1;
   static constexpr int kDefaultAverage = 64;
-  static constexpr int64_t kDefaultWindow = 10000000;  // 1 s
+  static constexpr int64_t kDefaultWindow = VC_TIME_SECOND;
 
   KBitrateCalculator();
   // For tests: the clock reads fnCounter at llFrequency ticks per second.

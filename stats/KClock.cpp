@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "KStatsMath.h"
+#include "VCPlatform.h"
 
 namespace vc {
 
@@ -28,7 +29,7 @@ KClock::KClock(CounterFn fnCounter, int64_t llFrequency)
 }
 
 int64_t KClock::TicksToRefTime(int64_t llTicks, int64_t llFrequency) noexcept {
-  return MulDivRound(llTicks, 10000000, llFrequency);
+  return MulDivRound(llTicks, VC_TIME_SECOND, llFrequency);
 }
 
 int64_t KClock::ScaleTicks(int64_t llRaw, int64_t llPivot, int64_t llOffset, double dblRate) noexcept {

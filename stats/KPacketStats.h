@@ -26,6 +26,7 @@
 #include "KBitrateCalculator.h"
 #include "VCCodecsCore.h"
 #include "VCStrings.h"
+#include "VCPlatform.h"
 
 namespace vc {
 
@@ -35,7 +36,7 @@ class KPacketStats {
   static constexpr int kKeySizeWindow = 16;
   static constexpr int kOtherSizeWindow = 64;
   static constexpr int kBitrateAverage = 64;
-  static constexpr int64_t kBitrateWindow = 10000000;  // 1 s
+  static constexpr int64_t kBitrateWindow = VC_TIME_SECOND;
 
   explicit KPacketStats(std::string_view prefix);
   // For tests: the bit-rate meter's clock reads fnCounter at llFrequency.

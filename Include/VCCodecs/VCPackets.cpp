@@ -14,11 +14,10 @@ namespace vc {
 
 namespace {
 
-constexpr LONGLONG kOneSecond = 10000000;
-using RefTimeDuration = std::chrono::duration<int64_t, std::ratio<1, kOneSecond>>;
+using RefTimeDuration = std::chrono::duration<int64_t, std::ratio<1, VC_TIME_SECOND>>;
 // Gaps that count as a packet duration: just over 1 ms up to below 1 s.
 constexpr LONGLONG kMinGap = 10001;
-constexpr LONGLONG kMaxGap = 10000000;
+constexpr LONGLONG kMaxGap = VC_TIME_SECOND;
 // Per-packet lines come at the lowest level; queue events one above.
 constexpr int kLogPacket = eVCLL_Progress;
 constexpr int kLogEvent = eVCLL_Info;
@@ -32,9 +31,9 @@ LONGLONG WrapSub(LONGLONG a, LONGLONG b) {
 LONGLONG DropThreshold(LONGLONG rtMax) {
   constexpr LONGLONG kMax = std::numeric_limits<LONGLONG>::max();
   constexpr LONGLONG kMin = std::numeric_limits<LONGLONG>::min();
-  if (rtMax > (kMax - 2 * kOneSecond) / 2) return kMax;
-  if (rtMax < kMin / 2 + kOneSecond) return kMin;
-  return 2 * rtMax + 2 * kOneSecond;
+  if (rtMax > (kMax - 2 * VC_TIME_SECOND) / 2) return kMax;
+  if (rtMax < kMin / 2 + VC_TIME_SECOND) return kMin;
+  return 2 * rtMax + 2 * VC_TIME_SECOND;
 }
 
 BSTR AllocBstr(const std::string& strUtf8) {
@@ -98,7 +97,7 @@ LONGLONG VCPacketDeq::_Duration() const {
   if (m_rtMinPacketTime >= 1) return llCount * m_rtMinPacketTime;
   // No gap known yet: each packet counts 20 ms, count / 50.0 x 10^7 rounded,
   // which is exactly count x 200000 for any count a queue can hold.
-  return llCount * (kOneSecond / 50);
+  return llCount * (VC_TIME_SECOND / 50);
 }
 
 LONGLONG VCPacketDeq::DeqPut(IVCPacket* _pPacket, LONGLONG rtReady, LONGLONG rtMax, bool bDropAllowed,
@@ -209,7 +208,7 @@ LONGLONG VCPacketDeq::_Admit(const VCPacketRecord& packetInfo, LONGLONG rtReady,
 
 HRESULT VCPacketDeq::DeqGet(IVCPacket** ppPacket, bool bRemove) {
   CKMutexLock lock(m_csLock);
-  if (m_deqPackets.empty()) return m_bEOS ? HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA) : HRESULT_FROM_WIN32(ERROR_EMPTY);
+  if (m_deqPackets.empty()) return m_bEOS ? VC_E_END_OF_MEDIA : VC_E_EMPTY;
 
   // The front record is read where it lies: a removal takes its packet
   // reference and the few fields it still needs, then lets the slot go.

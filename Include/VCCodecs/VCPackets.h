@@ -35,6 +35,7 @@
 #include "KClock.h"
 #include "KRing.h"
 #include "VCAssert.h"
+#include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
@@ -189,7 +190,7 @@ template <class TOwner, class TDeq = VCPacketDeq>
 class VCPacketsStreams {
  public:
   using DeqPtr = std::shared_ptr<TDeq>;
-  static constexpr LONGLONG kPutFailed = -10000000;
+  static constexpr LONGLONG kPutFailed = -VC_TIME_SECOND;
 
   explicit VCPacketsStreams(TOwner* pOwner) : m_pOwner(pOwner) {}
   VCPacketsStreams(const VCPacketsStreams&) = delete;
@@ -382,7 +383,7 @@ HRESULT VCPacketsStreams<TOwner, TDeq>::PacketGet(IVCPacket** ppPacket, LONG nSt
                                                   LONGLONG* prtDuration) {
   std::shared_lock<CKSharedLock> lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
-  if (it == m_mapDeques.end()) return HRESULT_FROM_WIN32(ERROR_INVALID_INDEX);
+  if (it == m_mapDeques.end()) return VC_E_BAD_STREAM;
   TDeq& deq = *it->second;
   if (peMediaType || pnAVIndex) {
     const eVCMediaType eType = deq.MediaTypeGet(pnAVIndex);

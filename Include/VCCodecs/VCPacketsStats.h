@@ -94,7 +94,7 @@ bool VCPacketsUpdateStatistics(TStreams& streams, LONG nStream, XMLParse::CoXMLN
 
   const String strName = VCStreamName(eType, nAVIndex);
   const String strBuffer = W("buffer.") + strName;
-  const String strSeconds = VCStatDoubleText(static_cast<double>(rtDuration) / 10000000.0);
+  const String strSeconds = VCStatDoubleText(static_cast<double>(rtDuration) / static_cast<double>(VC_TIME_SECOND));
   if (pRoot) {
     CKAutoLock lock(csLock);
     pRoot->SetAttributePath(W("stat::") + strBuffer, strSeconds, false);

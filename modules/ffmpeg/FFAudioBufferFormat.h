@@ -43,7 +43,7 @@ namespace vc::ff::abuf {
 
 inline constexpr int kMaxChannels = 64;  // libswresample's limit
 inline constexpr int kMaxSampleRate = 1536000;
-inline constexpr LONGLONG kRefTimePerSecond = 10000000;
+inline constexpr LONGLONG kRefTimePerSecond = VC_TIME_SECOND;
 
 // Whether props is a format a line can hold; *pstrWhy says why not.
 bool CheckProps(const K_AUD_PROPS& props, std::string* pstrWhy);

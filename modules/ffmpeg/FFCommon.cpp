@@ -19,7 +19,7 @@ HRESULT AvErrorToHr(int nAvError) {
   if (nAvError >= 0) return S_OK;
   switch (nAvError) {
     case AVERROR_EOF:
-      return HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA);
+      return VC_E_END_OF_MEDIA;
     case AVERROR_EXIT:
       return HRESULT_FROM_WIN32(ERROR_OPERATION_ABORTED);
     case AVERROR(ENOMEM):

@@ -15,7 +15,7 @@ extern "C" {
 namespace vc::ff {
 
 // Reference time: 100 ns units.
-inline constexpr AVRational kRefTimeBase{1, 10000000};
+inline constexpr AVRational kRefTimeBase{1, static_cast<int>(VC_TIME_SECOND)};
 
 // An FFmpeg error code as an HRESULT: end of file becomes end of media
 // (0x8007044C), an exit requested by the interrupt callback the operation

@@ -214,7 +214,7 @@ int CFFDecodeSession::Feed(IVCPacket* pPacket) {
 LONGLONG CFFDecodeSession::_Duration(const AVFrame& frame) const {
   if (m_spContext->codec_type == AVMEDIA_TYPE_AUDIO) {
     if (frame.sample_rate <= 0) return 0;
-    return av_rescale(frame.nb_samples, 10000000, frame.sample_rate);
+    return av_rescale(frame.nb_samples, VC_TIME_SECOND, frame.sample_rate);
   }
   LONGLONG rtDuration = frame.pkt_duration > 0 ? frame.pkt_duration : 0;
   if (rtDuration == 0) rtDuration = m_dblRate > 0 ? std::llround(1e7 / m_dblRate) : kDefaultFrameDuration;
@@ -264,14 +264,14 @@ int CFFDecodeSession::TakeFrame(const CFFOutputForm& form, AVFrame* pDst, K_TIME
       continue;
     }
     if (m_spContext->codec_type == AVMEDIA_TYPE_AUDIO && pDst->sample_rate > 0)
-      pTime->rtEndTime = pTime->rtStartTime + av_rescale(pDst->nb_samples, 10000000, pDst->sample_rate);
+      pTime->rtEndTime = pTime->rtStartTime + av_rescale(pDst->nb_samples, VC_TIME_SECOND, pDst->sample_rate);
     return 0;
   }
   if (!m_bEof) return AVERROR(EAGAIN);
   if (m_spContext->codec_type == AVMEDIA_TYPE_AUDIO && m_audioConverter.Flush(pDst) == 0) {
     *pTime = K_TIME{};
     pTime->rtStartTime = m_rtNext != VC_TIME_UNSET ? m_rtNext : 0;
-    pTime->rtEndTime = pTime->rtStartTime + av_rescale(pDst->nb_samples, 10000000, pDst->sample_rate);
+    pTime->rtEndTime = pTime->rtStartTime + av_rescale(pDst->nb_samples, VC_TIME_SECOND, pDst->sample_rate);
     m_rtNext = pTime->rtEndTime;
     return 0;
   }

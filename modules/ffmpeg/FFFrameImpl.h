@@ -46,6 +46,7 @@
 #include <vector>
 
 #include "FFFrameContent.h"
+#include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecsCore.h"
 #include "VCCritSec.h"
 #include "VCGuard.h"
@@ -61,7 +62,7 @@ inline constexpr IID IID_FFFrameSelf = MakeGuid("96EB1F7F-4CC0-4830-9CC3-F064196
 // A size that does not fit the interface's 32-bit fields (ERROR_ARITHMETIC_OVERFLOW).
 inline constexpr HRESULT kHrTooLarge = HRESULT_FROM_WIN32(534);
 // Nothing there under that name or index (ERROR_EMPTY).
-inline constexpr HRESULT kHrEmpty = HRESULT_FROM_WIN32(ERROR_EMPTY);
+inline constexpr HRESULT kHrEmpty = VC_E_EMPTY;
 
 class CFFFrame : public CKObjectRoot, public IVCFrame {
  public:

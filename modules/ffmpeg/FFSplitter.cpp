@@ -639,7 +639,7 @@ HRESULT CFFSplitter::_Seek(LONGLONG rtStart) {
 
   // A seek without an index may land after the target: step back and retry.
   LONGLONG rtTarget = rtStart;
-  LONGLONG rtStep = 10000000;
+  LONGLONG rtStep = VC_TIME_SECOND;
   for (int nTry = 0;; ++nTry) {
     HRESULT hr = _SeekOnce(rtTarget);
     if (hr != S_OK || nReference < 0) return hr;

@@ -17,6 +17,7 @@
 
 #include "Commands.h"
 #include "ToolModule.h"
+#include "VCCodecs/VCCodecsBase.h"
 #include "VCComPtr.h"
 #include "VCStrings.h"
 
@@ -24,8 +25,6 @@ namespace vctool {
 
 namespace {
 
-constexpr LONGLONG kSecond = 10000000;
-constexpr HRESULT kEndOfMedia = HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA);
 
 // LONG is long on Windows: printf wants an int.
 int I(LONG n) { return static_cast<int>(n); }
@@ -97,7 +96,7 @@ const char* TypeName(eVCMediaType eType) {
 std::string Seconds(LONGLONG rt) {
   if (rt == VC_TIME_UNSET) return "unset";
   char sz[32];
-  std::snprintf(sz, sizeof sz, "%.3f", static_cast<double>(rt) / kSecond);
+  std::snprintf(sz, sizeof sz, "%.3f", static_cast<double>(rt) / VC_TIME_SECOND);
   return sz;
 }
 
@@ -248,7 +247,7 @@ int CmdDemux(const std::vector<std::string>& args) {
   // Every stream of the source, from the requested start.
   std::string strStreams;
   for (LONG n = 0; n < source.nStreams; ++n) strStreams += (n ? "," : "") + std::to_string(n);
-  const LONGLONG rtStart = static_cast<LONGLONG>(std::llround(opts.dblSeek * kSecond));
+  const LONGLONG rtStart = static_cast<LONGLONG>(std::llround(opts.dblSeek * VC_TIME_SECOND));
   HRESULT hr = source.cpSplitter->SplitterBeginSegment(rtStart, vc::CBstr(strStreams));
   if (FAILED(hr)) {
     std::fprintf(stderr, "vccodecs demux: cannot start at %.3f s: %s\n", opts.dblSeek, HrText(hr).c_str());
@@ -272,7 +271,7 @@ int CmdDemux(const std::vector<std::string>& args) {
   for (;;) {
     vc::ComPtr<IVCPacket> cpPacket;
     hr = source.cpSplitter->SplitterPacketGet(-1, cpPacket.AddressOf(), nullptr);
-    if (hr == kEndOfMedia) break;
+    if (hr == vc::VC_E_END_OF_MEDIA) break;
     if (FAILED(hr) || !cpPacket) {
       std::fprintf(stderr, "%svccodecs demux: reading stopped: %s\n", bProgress ? "\n" : "", HrText(hr).c_str());
       break;
