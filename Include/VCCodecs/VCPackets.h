@@ -222,7 +222,7 @@ class VCPacketsStreams {
   LONG NextStream();
   // The stream indices that have queues, ascending.
   std::vector<LONG> Streams() const {
-    std::shared_lock<CKSharedLock> lock(m_srwLock);
+    CKReadLock lock(m_srwLock);
     std::vector<LONG> vecStreams;
     for (const auto& entry : m_mapDeques) vecStreams.push_back(entry.first);
     return vecStreams;
@@ -250,7 +250,7 @@ class VCPacketsStreams {
 
   TOwner* const m_pOwner;
   mutable CKSharedLock m_srwLock;
-  std::map<LONG, DeqPtr> m_mapDeques;  // guarded by m_srwLock
+  std::map<LONG, DeqPtr> m_mapDeques VC_GUARDED_BY(m_srwLock);
   // The aggregate meter over every packet put; a new segment resets it.
   mutable CKMutex m_csBitrate;
   KBitrateCalc m_bitrate VC_GUARDED_BY(m_csBitrate){eKStatsLocking::ByOwner};
@@ -263,7 +263,7 @@ class VCPacketsStreams {
 
 template <class TOwner, class TDeq>
 typename VCPacketsStreams<TOwner, TDeq>::DeqPtr VCPacketsStreams<TOwner, TDeq>::_Find(LONG nStream) const {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
   return it != m_mapDeques.end() ? it->second : DeqPtr();
 }
@@ -275,7 +275,7 @@ typename VCPacketsStreams<TOwner, TDeq>::DeqPtr VCPacketsStreams<TOwner, TDeq>::
   for (;;) {
     if (DeqPtr pFound = _Find(nStream)) return pFound;
     if (!bCreate) return DeqPtr();
-    std::unique_lock<CKSharedLock> lock(m_srwLock);
+    CKWriteLock lock(m_srwLock);
     DeqPtr pDeq = std::make_shared<TDeq>();
     VC_PACKETS_ASSERT(pDeq);
     // Another thread may have inserted the stream between the two locks: its
@@ -321,7 +321,7 @@ bool VCPacketsStreams<TOwner, TDeq>::DeqEOS(LONG nStream, bool bCreate) {
     pDeq->DeqEOS();
     return true;
   }
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   for (auto& entry : m_mapDeques) entry.second->DeqEOS();
   return true;
 }
@@ -330,7 +330,7 @@ template <class TOwner, class TDeq>
 CKEventPtr VCPacketsStreams<TOwner, TDeq>::ReadyEventGet(LONG nStream, bool bCreate) {
   if (DeqPtr pFound = _Find(nStream)) return pFound->ReadyEventGet();
   if (!bCreate) return CKEventPtr();
-  std::unique_lock<CKSharedLock> lock(m_srwLock);
+  CKWriteLock lock(m_srwLock);
   DeqPtr pDeq = std::make_shared<TDeq>();
   VC_PACKETS_ASSERT(pDeq);
   m_mapDeques.emplace(nStream, pDeq);  // keeps the queue of a racing creator
@@ -341,7 +341,7 @@ CKEventPtr VCPacketsStreams<TOwner, TDeq>::ReadyEventGet(LONG nStream, bool bCre
 
 template <class TOwner, class TDeq>
 bool VCPacketsStreams<TOwner, TDeq>::BeginSegment(LONG nStream, LONGLONG rtSegmentStart, int nMode) {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   bool bForce = nMode >= 2;
   if (nStream >= 0) {
     auto it = m_mapDeques.find(nStream);
@@ -381,7 +381,7 @@ template <class TOwner, class TDeq>
 HRESULT VCPacketsStreams<TOwner, TDeq>::PacketGet(IVCPacket** ppPacket, LONG nStream, bool bRemove,
                                                   eVCMediaType* peMediaType, LONG* pnAVIndex,
                                                   LONGLONG* prtDuration) {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
   if (it == m_mapDeques.end()) return VC_E_BAD_STREAM;
   TDeq& deq = *it->second;
@@ -395,7 +395,7 @@ HRESULT VCPacketsStreams<TOwner, TDeq>::PacketGet(IVCPacket** ppPacket, LONG nSt
 
 template <class TOwner, class TDeq>
 bool VCPacketsStreams<TOwner, TDeq>::StreamsChanged(std::span<const LONG> streams) {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   if (streams.size() != m_mapDeques.size()) return true;
   for (LONG nStream : streams) {
     if (m_mapDeques.find(nStream) == m_mapDeques.end()) return true;
@@ -405,7 +405,7 @@ bool VCPacketsStreams<TOwner, TDeq>::StreamsChanged(std::span<const LONG> stream
 
 template <class TOwner, class TDeq>
 LONG VCPacketsStreams<TOwner, TDeq>::NextStream() {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   LONG nNext = -1;
   LONG nMinOrder = 0x7fffffff;
   for (auto& entry : m_mapDeques) {
@@ -417,7 +417,7 @@ LONG VCPacketsStreams<TOwner, TDeq>::NextStream() {
 
 template <class TOwner, class TDeq>
 std::vector<CKEventPtr> VCPacketsStreams<TOwner, TDeq>::ReadyEventsNotEnded(bool* pbAllEnded) {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   std::vector<CKEventPtr> vecEvents;
   for (const auto& entry : m_mapDeques) {
     if (!entry.second->IsEOS()) vecEvents.push_back(entry.second->ReadyEventGet());
@@ -441,7 +441,7 @@ bool VCPacketsStreams<TOwner, TDeq>::SetAVIndex(LONG nStream, LONG _nAVStreamIdx
 
 template <class TOwner, class TDeq>
 bool VCPacketsStreams<TOwner, TDeq>::DeqRemove(LONG nStream) {
-  std::unique_lock<CKSharedLock> lock(m_srwLock);
+  CKWriteLock lock(m_srwLock);
   if (nStream >= 0) return m_mapDeques.erase(nStream) > 0;
   m_mapDeques.clear();
   return true;
@@ -458,7 +458,7 @@ bool VCPacketsStreams<TOwner, TDeq>::DeqRemove(LONG nStream) {
 // for a set of fewer than 2 queues and INT64_MAX otherwise.
 template <class TOwner, class TDeq>
 LONGLONG VCPacketsStreams<TOwner, TDeq>::BufferedDuration(LONG nStream, LONG nExclude, int nMediaMask) {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   if (nStream >= 0) {
     auto it = m_mapDeques.find(nStream);
     return it != m_mapDeques.end() ? it->second->DeqDuration() : -1;
@@ -490,7 +490,7 @@ LONGLONG VCPacketsStreams<TOwner, TDeq>::BufferedDuration(LONG nStream, LONG nEx
 
 template <class TOwner, class TDeq>
 void VCPacketsStreams<TOwner, TDeq>::SetWaitStream(LONG nStream, bool bWaitStream) {
-  std::shared_lock<CKSharedLock> lock(m_srwLock);
+  CKReadLock lock(m_srwLock);
   auto it = m_mapDeques.find(nStream);
   if (it != m_mapDeques.end()) it->second->SetWaitStream(bWaitStream);
 }
