@@ -116,7 +116,7 @@ const AVCodec* FindSoftwareDecoder(std::string_view nameOrTag, AVCodecID id) {
 }
 
 int FillCodecContext(const K_STREAM_INFO& info, AVCodecContext* pContext) {
-  pContext->pkt_timebase = kRefTimeBase;
+  pContext->pkt_timebase = AVRational{1, static_cast<int>(VC_TIME_SECOND)};
   if (info.eMediaType == eVCMT_Video) {
     pContext->codec_type = AVMEDIA_TYPE_VIDEO;
     pContext->width = info.nWidth > 0 ? info.nWidth : 0;
