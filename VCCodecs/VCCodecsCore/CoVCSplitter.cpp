@@ -137,29 +137,35 @@ String CCoVCSplitter::_SourcePath() {
   return m_strPath;
 }
 
-bool CCoVCSplitter::_DropPacketsAllowed() {
-  CKAutoLock lock(m_csLock);
-  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-  return spRoot && ReadPropBool(*spRoot, W("vccodecs.drop_packets"), false);
-}
-
-void CCoVCSplitter::_BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull) {
+void CCoVCSplitter::_RefreshLevels() {
   const bool bNetwork = m_bNetwork.load();
-  CKAutoLock lock(m_csLock);
-  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-  if (!spRoot) {
-    *prtReady = 0;
-    *prtFull = VC_TIME_SECOND;
+  const uint32_t nGeneration = m_nPropsGeneration.load(std::memory_order_acquire);
+  const auto tpNow = std::chrono::steady_clock::now();
+  if (m_levels.nGeneration == nGeneration && m_levels.bNetwork == bNetwork &&
+      tpNow - m_levels.tpRead < std::chrono::seconds(1))
     return;
+  CLevels levels;
+  levels.bNetwork = bNetwork;
+  levels.nGeneration = nGeneration;
+  levels.tpRead = tpNow;
+  bool bDrop = false;
+  {
+    CKAutoLock lock(m_csLock);
+    XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+    if (spRoot) {
+      bDrop = ReadPropBool(*spRoot, W("vccodecs.drop_packets"), false);
+      if (bNetwork) {
+        const bool bLowDelay = ReadPropBool(*spRoot, W("network.low_delay"), false);
+        levels.rtReady = bLowDelay ? 0 : SecondsToRefTime(ReadPropDouble(*spRoot, W("network.buffer_min"), 1.0));
+        levels.rtFull = SecondsToRefTime(ReadPropDouble(*spRoot, W("network.buffer_max"), 10.0));
+      } else {
+        levels.rtReady = SecondsToRefTime(ReadPropDouble(*spRoot, W("file.buffer_min"), 0.0));
+        levels.rtFull = SecondsToRefTime(ReadPropDouble(*spRoot, W("file.buffer_max"), 1.0));
+      }
+    }
   }
-  if (bNetwork) {
-    const bool bLowDelay = ReadPropBool(*spRoot, W("network.low_delay"), false);
-    *prtReady = bLowDelay ? 0 : SecondsToRefTime(ReadPropDouble(*spRoot, W("network.buffer_min"), 1.0));
-    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, W("network.buffer_max"), 10.0));
-  } else {
-    *prtReady = SecondsToRefTime(ReadPropDouble(*spRoot, W("file.buffer_min"), 0.0));
-    *prtFull = SecondsToRefTime(ReadPropDouble(*spRoot, W("file.buffer_max"), 1.0));
-  }
+  m_bDropPackets.store(bDrop, std::memory_order_relaxed);
+  m_levels = levels;
 }
 
 // ---------------------------------------------------------------------------
@@ -323,8 +329,9 @@ bool CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtS
   }
   cpVCPacket->PacketInfoSet(&info);
 
-  LONGLONG rtReady = 0, rtFull = 0;
-  _BufferLevels(&rtReady, &rtFull);
+  _RefreshLevels();
+  const LONGLONG rtReady = m_levels.rtReady;
+  const LONGLONG rtFull = m_levels.rtFull;
   const LONGLONG rtMax = std::max(rtFull, rtReady + kFullAboveReady);
   const bool bAV = eMediaType == eVCMT_Video || eMediaType == eVCMT_Audio;
   const LONGLONG rtDuration = m_streams.PacketPut(cpVCPacket.Get(), false, bAV ? static_cast<double>(rtReady) : 0.0,
@@ -454,10 +461,14 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
   VC_TRACE("SplitterPacketGet\n");
   ClearOut(_ppPacket);
   const StringView hints = InString(_bsHints);
-  XMLParse::XMLNodePtr spHints = XMLParse::CoXMLNode::Create();
-  if (!hints.empty()) spHints->Parse(hints);
+  // Most calls come without hints: no tree is built for them.
+  XMLParse::XMLNodePtr spHints;
+  if (!hints.empty()) {
+    spHints = XMLParse::CoXMLNode::Create();
+    spHints->Parse(hints);
+  }
 
-  if (ReadPropBool(*spHints, W("direct"), false)) {
+  if (spHints && ReadPropBool(*spHints, W("direct"), false)) {
     ComPtr<IVCSplitter> cpVCSplitter = m_inner.Ref();
     if (!cpVCSplitter) return VC_E_EMPTY;
     return cpVCSplitter->SplitterPacketGet(_nStreamIdx, _ppPacket, CBstr(hints));
@@ -471,7 +482,7 @@ HRESULT CCoVCSplitter::SplitterPacketGet(LONG _nStreamIdx, IVCPacket** _ppPacket
     const int64_t llReconnect = spRoot ? ReadPropInt(*spRoot, W("network.reconnect.max_wait"), 0) : 0;
     if (llReconnect >= 1) dwWait = static_cast<DWORD>(std::min<int64_t>(llReconnect, 0x7FFFFFFF));
   }
-  const int64_t llHintWait = ReadPropInt(*spHints, W("max_wait"), -1);
+  const int64_t llHintWait = spHints ? ReadPropInt(*spHints, W("max_wait"), -1) : -1;
   if (llHintWait >= 0) dwWait = static_cast<DWORD>(std::min<int64_t>(llHintWait, 0x7FFFFFFF));
 
   LONG nStream = _nStreamIdx;

@@ -24,6 +24,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 
 #include "Devices/KPropsImpl.h"
 #include "VCCodecs/VCCandidates.h"
@@ -54,8 +56,15 @@ class CCoVCSplitter : public CKObjectRoot,
   }
   CKCritSec& _PropsLock() { return m_csLock; }
   CVCInnerHolder<IVCSplitter>& _InnerHolder() { return m_inner; }
-  // The queue set's hook: whether a queue far over its maximum may drop.
-  bool _DropPacketsAllowed();
+  // The queue set's hook: whether a queue far over its maximum may drop
+  // (the reading thread's copy of "vccodecs.drop_packets").
+  bool _DropPacketsAllowed() { return m_bDropPackets.load(std::memory_order_relaxed); }
+  // Called after a PropsSet changed the tree: the reading thread reads its
+  // buffer levels again before its next packet.
+  HRESULT _PropsOnChange(BSTR, BSTR) {
+    m_nPropsGeneration.fetch_add(1, std::memory_order_release);
+    return E_NOTIMPL;  // and the default handling
+  }
 
   HRESULT STDMETHODCALLTYPE SplitterOpen(BSTR _bsFilePath, BSTR _bsProps, LONG* _pnStreamsCount) override;
   HRESULT STDMETHODCALLTYPE SplitterInfoGet(BSTR* _pbsFilePath, BSTR* _pbsXMLInfo, LONG* _pnStreamsCount,
@@ -94,8 +103,12 @@ class CCoVCSplitter : public CKObjectRoot,
   // One read; true when a packet was queued (stamped with nOrder).
   bool _ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment);
   LONGLONG _NetworkTimeOffset(IVCSplitter* pVCSplitter, const K_PACKET_INFO& info);
-  // The ready and full levels in 100 ns units for the source kind.
-  void _BufferLevels(LONGLONG* prtReady, LONGLONG* prtFull);
+  // The ready and full levels in 100 ns units for the source kind, and the
+  // drop flag, as the reading thread last read them from the properties.
+  // Reading them costs a tree walk and two number parses, so it happens only
+  // when a property was set, the source kind changed, or a second passed
+  // (changes that bypass PropsSet, such as a removal). Reading thread only.
+  void _RefreshLevels();
   DWORD _FirstSegmentWait() VC_REQUIRES(m_csInner);
   // Waits for the segment-done event up to dwWait ms. false on timeout or,
   // with *pbAborted set, when the reading thread is being stopped.
@@ -123,6 +136,16 @@ class CCoVCSplitter : public CKObjectRoot,
 
   std::atomic<bool> m_bNetwork{false};
   std::atomic<bool> m_bTimeOffset{false};
+  std::atomic<uint32_t> m_nPropsGeneration{1};
+  std::atomic<bool> m_bDropPackets{false};
+  struct CLevels {
+    LONGLONG rtReady = 0;
+    LONGLONG rtFull = VC_TIME_SECOND;
+    bool bNetwork = false;
+    uint32_t nGeneration = 0;  // 0: never read
+    std::chrono::steady_clock::time_point tpRead;
+  };
+  CLevels m_levels;  // the reading thread's own
   LONGLONG m_rtTimeOffset = 0;  // the reading thread's own
 };
 

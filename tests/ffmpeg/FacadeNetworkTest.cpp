@@ -138,6 +138,30 @@ TEST_F(FacadeNetworkTest, UrlSourceBuffersToTheNetworkLimitsAndAFileToTheFileLim
   EXPECT_LE(dblFile, 0.5);
 }
 
+TEST_F(FacadeNetworkTest, BufferLimitSetWhileReadingReachesTheReadingThread) {
+  // The reading thread keeps its own copy of the levels (reading them from
+  // the tree on every packet was a tenth of its time): a limit set while it
+  // runs must still reach it.
+  Set("file.buffer_min", "0");
+  Set("file.buffer_max", "0.3");
+  auto bufferedAfterRest = [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    EXPECT_EQ(Take(0, nullptr), S_OK);
+    const std::string strBuffered = Get("stat::buffer.video.-1");
+    return strBuffered.empty() ? -1.0 : std::stod(strBuffered);
+  };
+  ASSERT_EQ(Open(vc::fftest::MediaPath("mpeg2_mp2_2prog.ts")), S_OK);
+  ASSERT_EQ(Segment(0, "0"), S_OK);
+  ASSERT_EQ(Take(0, nullptr), S_OK);
+  const double dblBefore = bufferedAfterRest();
+  Set("file.buffer_max", "1.5");
+  ASSERT_EQ(Take(0, nullptr), S_OK);  // wakes the resting thread
+  const double dblAfter = bufferedAfterRest();
+  EXPECT_GE(dblBefore, 0.1);
+  EXPECT_LE(dblBefore, 0.5);
+  EXPECT_GE(dblAfter, 1.1);  // the 2 s file holds more than that ahead
+}
+
 // --- Low delay ---------------------------------------------------------------------
 
 TEST_F(FacadeNetworkTest, LowDelayMakesEveryVideoAndAudioPacketReadyAtOnce) {
