@@ -1,5 +1,9 @@
 #include "FFTestHttpServer.h"
 
+#include <gtest/gtest.h>
+
+#include "FFTestMedia.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -198,6 +202,14 @@ int RefusingPort() {
 std::vector<uint8_t> ReadFileBytes(const std::string& strPath) {
   std::ifstream file(strPath, std::ios::binary);
   return std::vector<uint8_t>(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+void LoadServedMedia(std::vector<uint8_t>* pvecTs, std::vector<uint8_t>* pvecMkv) {
+  ASSERT_TRUE(MediaExists("mpeg2_mp2_2prog.ts"));
+  *pvecTs = ReadFileBytes(MediaPath("mpeg2_mp2_2prog.ts"));
+  ASSERT_GT(pvecTs->size(), 100000u);
+  *pvecMkv = ReadFileBytes(MediaPath("hevc_opus.mkv"));
+  ASSERT_GT(pvecMkv->size(), 60000u);
 }
 
 std::vector<uint8_t> AudioOnlyTs(const std::string& strPath) {

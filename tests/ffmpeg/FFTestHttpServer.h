@@ -70,6 +70,12 @@ int RefusingPort();
 // A file's whole content; empty when it cannot be read.
 std::vector<uint8_t> ReadFileBytes(const std::string& strPath);
 
+// The files the network tests serve: the two-program TS, and a Matroska
+// file (Matroska probes its streams from the first 32 KB, so a server that
+// stalls past that lets an open finish and the reads run into the stall).
+// Fails the calling test when either is missing or short.
+void LoadServedMedia(std::vector<uint8_t>* pvecTs, std::vector<uint8_t>* pvecMkv);
+
 // The first audio stream of a media file, remuxed alone into MPEG-TS in
 // memory; its time stamps start well after 0 (as in a broadcast), which is
 // what the network time offset is about. Empty on failure.

@@ -43,13 +43,7 @@ auto Guarded(CTestHttpServer* pServer, F fn) {
 class FacadeNetworkTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(vc::fftest::MediaExists("mpeg2_mp2_2prog.ts"));
-    m_vecTs = vc::fftest::ReadFileBytes(vc::fftest::MediaPath("mpeg2_mp2_2prog.ts"));
-    ASSERT_GT(m_vecTs.size(), 100000u);
-    // Matroska probes its streams from the first 32 KB: a server that stalls
-    // past that lets the open finish and the reads run into the stall.
-    m_vecMkv = vc::fftest::ReadFileBytes(vc::fftest::MediaPath("hevc_opus.mkv"));
-    ASSERT_GT(m_vecMkv.size(), 60000u);
+    ASSERT_NO_FATAL_FAILURE(vc::fftest::LoadServedMedia(&m_vecTs, &m_vecMkv));
     m_cpFacade = NewFacade();
     ASSERT_TRUE(m_cpFacade);
   }
