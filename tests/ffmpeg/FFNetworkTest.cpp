@@ -20,11 +20,12 @@
 namespace {
 
 using vc::fftest::CTestHttpServer;
+using vc::fftest::Guarded;
+using vc::fftest::kWatchdog;
 using eMode = CTestHttpServer::eMode;
 using Clock = std::chrono::steady_clock;
 
 // Far beyond every wait these tests set: reaching it means a call hung.
-constexpr auto kWatchdog = std::chrono::seconds(20);
 
 vc::ComPtr<IVCSplitter> NewSplitter() {
   vc::ComPtr<IVCSplitter> cpSplitter;
@@ -32,18 +33,6 @@ vc::ComPtr<IVCSplitter> NewSplitter() {
                                      reinterpret_cast<void**>(cpSplitter.AddressOf())),
             S_OK);
   return cpSplitter;
-}
-
-// Runs fn on another thread; a call that is still running at the watchdog
-// fails the test, and stopping the server then lets it return.
-template <class F>
-auto Guarded(CTestHttpServer* pServer, F fn) {
-  auto future = std::async(std::launch::async, fn);
-  if (future.wait_for(kWatchdog) != std::future_status::ready) {
-    ADD_FAILURE() << "the call did not return within the watchdog";
-    if (pServer) pServer->Stop();
-  }
-  return future.get();
 }
 
 HRESULT Open(IVCSplitter* pSplitter, const std::string& strUrl, const std::string& strProps = "") {

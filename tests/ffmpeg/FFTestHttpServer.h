@@ -10,8 +10,12 @@
 // MPEG-TS made from a test file in memory.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -63,6 +67,21 @@ class CTestHttpServer {
   std::vector<std::thread> m_vecThreads;     // guarded by m_mtx
   std::thread m_thAccept;
 };
+
+// Longest a network test lets one call run before it calls it a hang.
+inline constexpr auto kWatchdog = std::chrono::seconds(20);
+
+// Runs fn on another thread; a call that is still running at the watchdog
+// fails the test, and stopping the server (if given) then lets it return.
+template <class F>
+auto Guarded(CTestHttpServer* pServer, F fn) {
+  auto future = std::async(std::launch::async, fn);
+  if (future.wait_for(kWatchdog) != std::future_status::ready) {
+    ADD_FAILURE() << "the call did not return within the watchdog";
+    if (pServer) pServer->Stop();
+  }
+  return future.get();
+}
 
 // A loopback port that refuses connections: bound once by us and let go.
 int RefusingPort();

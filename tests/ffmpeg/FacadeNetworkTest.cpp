@@ -25,20 +25,11 @@
 namespace {
 
 using vc::fftest::CTestHttpServer;
+using vc::fftest::Guarded;
+using vc::fftest::kWatchdog;
 using eMode = CTestHttpServer::eMode;
 
-constexpr auto kWatchdog = std::chrono::seconds(20);
-constexpr LONGLONG kSec = 10000000;
-
-template <class F>
-auto Guarded(CTestHttpServer* pServer, F fn) {
-  auto future = std::async(std::launch::async, fn);
-  if (future.wait_for(kWatchdog) != std::future_status::ready) {
-    ADD_FAILURE() << "the call did not return within the watchdog";
-    if (pServer) pServer->Stop();
-  }
-  return future.get();
-}
+constexpr LONGLONG kSec = VC_TIME_SECOND;
 
 class FacadeNetworkTest : public ::testing::Test {
  protected:
