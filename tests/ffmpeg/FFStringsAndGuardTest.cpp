@@ -147,69 +147,6 @@ TEST(FFPlainStrings, Splitter_OpensPlainPathAndProps) {
   EXPECT_EQ(cpSplitter->SplitterPacketGet(1, cpPacket.AddressOf(), hints.Get()), vc::VC_E_BAD_STREAM);
 }
 
-// --- Output strings ---------------------------------------------------------------
-
-TEST(FFOutStrings, Splitter_EveryCallHandsOutItsOwnStrings) {
-  if (!MediaExists("h264_aac.mp4")) GTEST_SKIP() << "test media not made";
-  ComPtr<IVCSplitter> cpSplitter = Create<IVCSplitter>(&vc::ff::CreateFFSplitter);
-  ASSERT_EQ(cpSplitter->SplitterOpen(CBstr(MediaPath("h264_aac.mp4")), nullptr, nullptr), S_OK);
-
-  K_STREAM_INFO first{}, second{};
-  BSTR bsXml1 = nullptr, bsXml2 = nullptr;
-  ASSERT_EQ(cpSplitter->SplitterStreamInfoGet(0, &first, &bsXml1), S_OK);
-  ASSERT_EQ(cpSplitter->SplitterStreamInfoGet(0, &second, &bsXml2), S_OK);
-  ASSERT_NE(first.bsCodecNameOrTag, nullptr);
-  EXPECT_NE(first.bsCodecNameOrTag, second.bsCodecNameOrTag);
-  EXPECT_NE(bsXml1, bsXml2);
-  const std::u16string name = Text(second.bsCodecNameOrTag);
-  // Freeing the first set (as a host does) leaves the second and the
-  // splitter's own description intact.
-  SysFreeString(first.bsCodecNameOrTag);
-  SysFreeString(bsXml1);
-  EXPECT_EQ(Text(second.bsCodecNameOrTag), name);
-  K_STREAM_INFO third{};
-  ASSERT_EQ(cpSplitter->SplitterStreamInfoGet(0, &third, nullptr), S_OK);
-  EXPECT_EQ(Text(third.bsCodecNameOrTag), name);
-  SysFreeString(second.bsCodecNameOrTag);
-  SysFreeString(third.bsCodecNameOrTag);
-  SysFreeString(bsXml2);
-
-  // A failed call hands out nothing to free.
-  K_STREAM_INFO none{};
-  none.bsCodecNameOrTag = reinterpret_cast<BSTR>(&none);  // stale caller memory
-  BSTR bsNone = reinterpret_cast<BSTR>(&none);
-  EXPECT_EQ(cpSplitter->SplitterStreamInfoGet(99, &none, &bsNone), vc::VC_E_BAD_STREAM);
-  EXPECT_EQ(none.bsCodecNameOrTag, nullptr);
-  EXPECT_EQ(bsNone, nullptr);
-}
-
-TEST(FFOutStrings, SideDataAndFrameNames_AreFreshCopies) {
-  ComPtr<IVCFrame> cpFrame = Create<IVCFrame>(&vc::ff::CreateFFFrame);
-  ASSERT_EQ(cpFrame->VCStrSet(CBstr(std::string_view("k")), CBstr(std::string_view("v"))), S_OK);
-  BSTR bsId1 = nullptr, bsValue1 = nullptr, bsId2 = nullptr, bsValue2 = nullptr;
-  ASSERT_EQ(cpFrame->VCStrGetByIndex(0, &bsId1, &bsValue1), S_OK);
-  ASSERT_EQ(cpFrame->VCStrGetByIndex(0, &bsId2, &bsValue2), S_OK);
-  EXPECT_NE(bsId1, bsId2);
-  EXPECT_NE(bsValue1, bsValue2);
-  for (BSTR bs : {bsId1, bsValue1}) SysFreeString(bs);
-  EXPECT_EQ(Text(bsId2), u"k");
-  EXPECT_EQ(Text(bsValue2), u"v");
-  for (BSTR bs : {bsId2, bsValue2}) SysFreeString(bs);
-
-  vc::CKAttachments store;
-  ASSERT_EQ(store.SetString(CBstr(std::string_view("name")), CBstr(std::string_view("x"))), S_OK);
-  BSTR bsName1 = nullptr, bsName2 = nullptr;
-  ASSERT_EQ(store.GetByIndex(0, &bsName1, nullptr, nullptr), S_OK);
-  ASSERT_EQ(store.GetByIndex(0, &bsName2, nullptr, nullptr), S_OK);
-  EXPECT_NE(bsName1, bsName2);
-  SysFreeString(bsName1);
-  EXPECT_EQ(Text(bsName2), u"name");
-  SysFreeString(bsName2);
-  BSTR bsPast = reinterpret_cast<BSTR>(&store);
-  EXPECT_EQ(store.GetByIndex(5, &bsPast, nullptr, nullptr), E_INVALIDARG);
-  EXPECT_EQ(bsPast, nullptr);
-}
-
 // --- The exception guard ----------------------------------------------------------
 
 // A frame from "another implementation" whose every read throws.
