@@ -516,6 +516,7 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
   }
 
   HRESULT hrLast = hrFailure;
+  const String strPacket = VCPacketText(pPacket);
   for (;;) {
     String strFailing;
     {
@@ -525,16 +526,10 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
         strFailing = m_vecCandidates[static_cast<size_t>(m_nInstalled)].strName;
       }
     }
-    const String strPacket = VCPacketText(pPacket);
     {
       CKAutoLock lock(m_csLock);
-      const String strPrefix = _Prefix();
-      ++m_nFallbacks;
-      _SetStat(strPrefix, ".fallbacks", FromUtf8(Format("%d", static_cast<int>(m_nFallbacks))));
-      _SetStat(strPrefix, ".fallback_reason",
+      _SetStat(_Prefix(), ".fallback_reason",
                FromUtf8(Format("%ws hr=%08X Pkt:%ws", strFailing.c_str(), hrLast, strPacket.c_str())));
-      m_bReplayFilter = true;
-      m_bBreakNext = true;
     }
     VC_LOG(eVCLL_Retry, "FALLBACK from '%ws' hr=%08X Pkt:%ws Replay:%zd", strFailing.c_str(), hrLast,
            strPacket.c_str(), vecReplay.size());
@@ -543,7 +538,19 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
         _CreateDecoder(&stream.Get(), vecReplay.empty() ? nullptr : vecReplay.front().Get(), nullptr, true);
     if (hrSelect != S_OK) {
       VC_LOG(eVCLL_Error, "FALLBACK: no candidate left hr=%08X", hrLast);
+      CKAutoLock lock(m_csLock);
+      m_bReplayFilter = false;
+      m_bBreakNext = false;
+      m_deqHeld.clear();
       return hrLast;
+    }
+    {
+      CKAutoLock lock(m_csLock);
+      ++m_nFallbacks;
+      _SetStat(_Prefix(), ".fallbacks", FromUtf8(Format("%d", static_cast<int>(m_nFallbacks))));
+      m_bReplayFilter = true;  // frames the caller had from the failed decoder come again
+      m_bBreakNext = true;
+      m_deqHeld.clear();
     }
     ComPtr<IVCDecoder> cpDecoder = m_inner.Ref();
     bool bFailed = false;
@@ -559,7 +566,8 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
       }
       CKAutoLock lock(m_csLock);
       m_deqReplay.push_back(cpPacket);
-      if (m_streamInfo.eMediaType == eVCMT_Video) m_deqPackets.push_back(cpPacket);
+      // The caller's own packet joins the attach queue on the normal path.
+      if (m_streamInfo.eMediaType == eVCMT_Video && cpPacket.Get() != pPacket) m_deqPackets.push_back(cpPacket);
       if (cpFrame) _TakeFrame(std::move(cpFrame));
     }
     if (!bFailed) break;
@@ -669,6 +677,7 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
       VC_LOG(eVCLL_Progress, "m_cpVCDecoder->DecodePacket(%ws) hr=%08X", VCPacketText(_pVCPacket).c_str(), hr);
       return hr;
     }
+    bool bFellBack = false;
     if (FAILED(hr) || bNoOutputTrigger) {
       if (FAILED(hr)) {
         CKAutoLock lock(m_csLock);
@@ -678,12 +687,20 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
       }
       // A drain has no packet to start a replay from.
       if (!options.bFallback || !_pVCPacket) return hr;
-      if (_pVCPacket) m_nInFlight.fetch_sub(1);  // the replay counts it again
-      cpVCFrame = nullptr;
-      const HRESULT hrFallBack = _FallBack(hr, _pVCPacket, _rtSegmentStart, _pAVPropsOut, bsHints, &cpVCFrame);
-      if (hrFallBack != S_OK) return FAILED(hrFallBack) ? hrFallBack : hr;
-      hr = S_OK;
-    } else {
+      m_nInFlight.fetch_sub(1);  // the replay counts the packet again
+      ComPtr<IVCFrame> cpHeld;
+      const HRESULT hrFallBack = _FallBack(hr, _pVCPacket, _rtSegmentStart, _pAVPropsOut, bsHints, &cpHeld);
+      if (hrFallBack == S_OK) {
+        bFellBack = true;
+        cpVCFrame = std::move(cpHeld);
+        hr = S_OK;
+      } else if (FAILED(hr)) {
+        return hrFallBack;
+      } else {
+        m_nInFlight.fetch_add(1);  // no candidate left: the old decoder keeps the packet and goes on
+      }
+    }
+    if (!bFellBack) {
       CKAutoLock lock(m_csLock);
       if (options.bFallback && _pVCPacket) {
         if (pktInfo.eFlags & eVCPF_KeyFrame) m_deqReplay.clear();
