@@ -386,7 +386,17 @@ HRESULT CCoVCDecoder::DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* 
   }
   {
     CKMutexLock select(m_csSelect);
+    // The installed decoder keeps its place by identity: a switch may have
+    // added or removed entries before it.
+    const CLSID clsidInstalled = m_nInstalled >= 0 && static_cast<size_t>(m_nInstalled) < m_vecCandidates.size()
+                                     ? m_vecCandidates[static_cast<size_t>(m_nInstalled)].clsid
+                                     : CLSID{};
     m_vecCandidates = _BuildCandidates(bNVidia, bQuickSync);
+    if (m_nInstalled >= 0) {
+      const auto it = std::find_if(m_vecCandidates.begin(), m_vecCandidates.end(),
+                                   [&](const VCCandidate& entry) { return IsEqualGUID(entry.clsid, clsidInstalled); });
+      m_nInstalled = it == m_vecCandidates.end() ? -1 : static_cast<int>(it - m_vecCandidates.begin());
+    }
   }
 
   CKStreamInfo info;
