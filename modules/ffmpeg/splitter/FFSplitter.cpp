@@ -619,7 +619,10 @@ HRESULT CFFSplitter::_Seek(LONGLONG rtStart) {
     state.nSinceKey = -1;
   }
   const LONGLONG rtFirst = m_spIoDesc->rtStartTime == VC_TIME_UNSET ? 0 : m_spIoDesc->rtStartTime;
-  if (rtStart <= rtFirst) {
+  // A source may start a little before 0 (Opus and AAC priming): a segment
+  // at 0 is still its start, and a file without an index (a truncated
+  // Matroska file) cannot seek there.
+  if (rtStart <= std::max<LONGLONG>(rtFirst, 0)) {
     // Nothing read since the open: the source is already there (live sources
     // cannot seek at all).
     if (m_bUntouched) return S_OK;
