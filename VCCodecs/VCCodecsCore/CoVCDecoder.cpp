@@ -668,6 +668,13 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
       m_tpPublished = tpNow;
       _SetStat(strPrefix, ".input_fps", VCStatDoubleText(dblInputRate));
     }
+    if (!_pVCPacket) {
+      // A drain shows the latest averages of the packets before it.
+      std::unique_ptr<KPacketStats>& spStats =
+          m_streamInfo.eMediaType == eVCMT_Video ? m_spVideoStats : m_spAudioStats;
+      XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+      if (spStats && spRoot) spStats->Publish(spRoot->CreateNode(W("stat")).get());
+    }
     if (_pVCPacket && (pktInfo.eFlags & eVCPF_SegmentStart)) {
       VC_LOG(eVCLL_Progress, "SEGMENT START [%ws] Reset packets:%zd", VCPacketText(_pVCPacket).c_str(),
              m_deqPackets.size());
@@ -766,12 +773,6 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
           m_streamInfo.eMediaType == eVCMT_Video ? m_spVideoStats : m_spAudioStats;
       if (!spStats) spStats = std::make_unique<KPacketStats>(ToUtf8(strPrefix));
       spStats->Update(_pVCPacket, bPublish ? spStat.get() : nullptr);
-    } else if (bPublish) {
-      // A drain shows the latest averages of the packets before it.
-      std::unique_ptr<KPacketStats>& spStats =
-          m_streamInfo.eMediaType == eVCMT_Video ? m_spVideoStats : m_spAudioStats;
-      XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-      if (spStats && spRoot) spStats->Publish(spRoot->CreateNode(W("stat")).get());
     }
 
     const bool bVideo = m_bHasStream && m_streamInfo.eMediaType == eVCMT_Video;
