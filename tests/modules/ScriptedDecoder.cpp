@@ -181,7 +181,7 @@ class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public vc::
         m_deqFrames.erase(it);
       }
     }
-    if (!cpFrame) return _pVCPacket ? S_FALSE : kEndOfMedia;
+    if (!cpFrame) return _pVCPacket ? step.hrNoFrame : kEndOfMedia;
     *_ppFrame = cpFrame.Detach();
     return S_OK;
   }

@@ -96,9 +96,10 @@ struct Step {
   // Create, DecodeIsSupported, DecodeAudio, DecodeClose answer hr (Create:
   // a failure means no object). DecodePacket fails with hr when hr is a
   // failure; otherwise the packet makes a frame and the call answers S_OK
-  // with the oldest frame waiting, S_FALSE with none yet, and, draining
-  // (no packet) with nothing left, HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA),
-  // the way the general decoder answers.
+  // with the oldest frame waiting, hrNoFrame (S_FALSE) with none yet, and,
+  // draining (no packet) with nothing left,
+  // HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA), the way the general decoder
+  // answers.
   // Frames wait inside the object until more than nDelay are waiting (a
   // decoder with delay); bReorder hands them out in start-time order (a
   // decoder that reorders), else in packet order.
@@ -115,6 +116,7 @@ struct Step {
   // hrFail, as a decoder that broke down; 0 never.
   int nFailAt = 0;
   HRESULT hrFail = E_FAIL;
+  HRESULT hrNoFrame = S_FALSE;
   // DecodeAudio: the sample count it reports.
   LONG nSamples = 0;
 
