@@ -145,6 +145,14 @@ TEST_F(DecoderFallbackTest, FirstFrameAfterTheFallback_CarriesItsOwnPacket) {
   }
 }
 
+TEST_F(DecoderFallbackTest, FailureOnAKeyPacket_ReplaysThatPacketAlone) {
+  Decodes(eClass::NVidiaDecoder, 0, /*nFailAt=*/6);  // packet 5, a key packet
+  Feed(0, 7);
+  EXPECT_EQ(Starts(), Range(0, 7));
+  EXPECT_EQ(PacketsGiven(eClass::GeneralDecoder), Range(5, 7));
+  EXPECT_EQ(Breaks(), std::vector<size_t>{5});
+}
+
 TEST_F(DecoderFallbackTest, FramesTheReplayMadeAhead_ComeOutOnLaterCallsAndOnDrain) {
   Decodes(eClass::NVidiaDecoder, 2, /*nFailAt=*/8);  // the caller has frames 0..4 when packet 7 fails
   Feed(0, 8);
@@ -185,6 +193,17 @@ TEST_F(DecoderFallbackTest, SecondFailureDuringTheReplay_WalksOnToTheNextCandida
   EXPECT_NE(strReason.find("Intel QuickSync Decoder"), std::string::npos) << strReason;
   EXPECT_NE(strReason.find("80070005"), std::string::npos) << strReason;
   EXPECT_EQ(Prop("stat::v_decode.active"), "FFmpeg A/V");
+}
+
+TEST_F(DecoderFallbackTest, DrainFailure_IsReturnedWithoutAFallback) {
+  Decodes(eClass::NVidiaDecoder, 1);
+  Feed(0, 3);
+  m_pScript->Expect(Step::For(eClass::NVidiaDecoder, eCall::DecodePacket, E_FAIL));
+  vc::ComPtr<IVCFrame> cpFrame;
+  EXPECT_EQ(Decode(nullptr, &cpFrame), E_FAIL);  // no packet to start a replay from
+  EXPECT_EQ(Created(), std::vector<std::string>{"nvidia"});
+  EXPECT_EQ(Prop("stat::v_decode.fallback_reason"), kAbsent);
+  EXPECT_EQ(Prop("stat::v_decode.decode_error"), "1");
 }
 
 TEST_F(DecoderFallbackTest, NoCandidateLeft_TheCallerGetsTheFailureCode) {

@@ -157,8 +157,8 @@ class ScriptedDecoderTest : public ::testing::Test {
   // The facade's property, kAbsent when it has none.
   std::string Prop(const char* szName) const {
     vc::CBstr bsValue;
-    if (m_cpProps->PropsGet(vc::CBstr(std::string_view(szName)), &bsValue) != S_OK || !bsValue) return kAbsent;
-    return vc::ToUtf8(bsValue.View());
+    if (m_cpProps->PropsGet(vc::CBstr(std::string_view(szName)), &bsValue) != S_OK) return kAbsent;
+    return vc::ToUtf8(bsValue.View());  // an empty value is a value
   }
 
   // --- Frames ---
