@@ -4,6 +4,10 @@
 // and DecodeClose.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <string>
+
 #include "ScriptedDecoderFixture.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCLog.h"
@@ -280,6 +284,32 @@ TEST_F(DecoderPacketsTest, SuccessWithoutAFrame_ReturnsTheInnersAnswerNotUnexpec
   EXPECT_TRUE(log.Contains(") DELAY Deq:1"));
   EXPECT_TRUE(log.Contains(") DELAY Deq:2"));
   EXPECT_EQ(m_pFacade->_QueuedPackets(), 2u);
+}
+
+TEST_F(DecoderPacketsTest, InnerDecoderBusy_FacadePropertiesAndQueueStayReachable) {
+  AllowFrames();
+  const vc::CKStreamInfo stream = VideoStream();
+  vc::ComPtr<IVCFrame> cpFrame;
+  ASSERT_EQ(Decode(FramePacket(stream, 0).Get(), &cpFrame), S_OK);  // the decoder is in place
+  Step held = Step::Answer(eCall::DecodePacket, S_OK, eWait::UntilReleased);
+  m_pScript->Expect(held);
+  const vc::ComPtr<IVCPacket> cpPacket = FramePacket(stream, 1);
+  std::future<HRESULT> decoding = std::async(std::launch::async, [&] {
+    vc::ComPtr<IVCFrame> cpHeldFrame;
+    return m_cpDecoder->DecodePacket(cpPacket.Get(), -1, nullptr, cpHeldFrame.AddressOf(), nullptr);
+  });
+  ASSERT_TRUE(m_pScript->WaitWaiting(eCall::DecodePacket, 5000));
+  // The facade lock is not held across the inner call: the tree and the
+  // queue answer while the decoder works.
+  std::future<std::string> reading = std::async(std::launch::async, [&] {
+    SetProp("custom.while_busy", "1");
+    return Prop("decoder.type") + "/" + std::to_string(m_pFacade->_QueuedPackets());
+  });
+  const bool bAnswered = reading.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+  m_pScript->ReleaseHeld();
+  EXPECT_TRUE(bAnswered);
+  EXPECT_EQ(reading.get(), "FFmpeg A/V(h264)/0");
+  EXPECT_EQ(decoding.get(), S_OK);
 }
 
 // --- DecodeAudio ----------------------------------------------------------------------------
