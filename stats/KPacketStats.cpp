@@ -65,4 +65,15 @@ HRESULT KPacketStats::Update(IVCPacket* pPacket, XMLParse::CoXMLNode* pStatNode)
   return FAILED(hr) ? hr : S_OK;
 }
 
+void KPacketStats::Publish(XMLParse::CoXMLNode* pStatNode) {
+  if (!pStatNode || m_nPackets == 0) return;
+  if (m_avgKeyDistance.Statistics(nullptr) > 0) {
+    _Publish(pStatNode, m_strKeyDistanceName, m_avgKeyDistance.Text(false));
+    _Publish(pStatNode, m_strKeySizeName, m_avgKeySize.Text(false));
+  }
+  if (m_avgOtherSize.Statistics(nullptr) > 0)
+    _Publish(pStatNode, m_strOtherSizeName, m_avgOtherSize.Text(false));
+  _Publish(pStatNode, m_strKbpsName, std::to_string(RoundHalfAway(m_bitrate.Rate() * 8 / 1000)));
+}
+
 }  // namespace vc

@@ -51,6 +51,11 @@ class KPacketStats {
   // it back is returned after the statistics are updated.
   HRESULT Update(IVCPacket* pPacket, XMLParse::CoXMLNode* pStatNode);
 
+  // Publishes the current values without measuring a packet (a caller that
+  // passed no node to some updates shows the latest values so). Only what
+  // has been measured is published.
+  void Publish(XMLParse::CoXMLNode* pStatNode);
+
   // Packets measured so far (the next packet's nIndexInSegment).
   int32_t PacketCount() const { return m_nPackets; }
 

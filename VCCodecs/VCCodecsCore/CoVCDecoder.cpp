@@ -1,6 +1,7 @@
 #include "CoVCDecoder.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 
@@ -35,6 +36,7 @@ constexpr LONGLONG kDefaultFrameDuration = VC_TIME_SECOND / 25;  // 400000
 constexpr LONGLONG kMillisecond = VC_TIME_MILLISECOND;
 // Packets kept for a replay when no key packet comes: the oldest go first.
 constexpr size_t kReplayMax = 1024;
+constexpr auto kPublishEvery = std::chrono::milliseconds(100);
 
 struct PropDefault {
   const OLECHAR* szName;
@@ -57,6 +59,12 @@ constexpr PropDefault kDefaults[] = {
 constexpr const OLECHAR* kDecoderInfoNames[] = {W("decoder"),         W("decoder.id"),    W("decoder.device"),
                                                 W("decoder.profile"), W("decoder.level"), W("decoder.tag"),
                                                 W("decoder.size")};
+
+String IntText(int64_t ll) {
+  char sz[24];
+  const std::to_chars_result result = std::to_chars(sz, sz + sizeof sz, ll);
+  return String(sz, result.ptr);
+}
 
 bool UsableRate(double dblRate) { return std::isfinite(dblRate) && dblRate > 0.0; }
 
@@ -146,14 +154,6 @@ void CopySideData(IVCPacket* pPacket, IVCFrame* pFrame) {
 
 }  // namespace
 
-struct CCoVCDecoder::COptions {
-  bool bCorrectTimes = true;
-  LONGLONG llMaxDeq = 100;
-  bool bAttach = false;
-  bool bFallback = false;
-  LONGLONG llNoOutputMax = 64;
-};
-
 CCoVCDecoder::CCoVCDecoder() : m_perf(16), m_rtLatestOut(VC_TIME_UNSET) {}
 
 CCoVCDecoder::~CCoVCDecoder() = default;
@@ -194,16 +194,22 @@ size_t CCoVCDecoder::_HeldFrames() {
 }
 
 CCoVCDecoder::COptions CCoVCDecoder::_ReadOptions() {
-  COptions options;
+  const uint32_t nGeneration = m_nPropsGeneration.load(std::memory_order_acquire);
+  const auto tpNow = std::chrono::steady_clock::now();
   CKAutoLock lock(m_csLock);
-  XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-  if (!spRoot) return options;
-  options.bCorrectTimes = ReadPropBool(*spRoot, W("decode.correct_times"), true);
-  options.llMaxDeq = ReadPropInt(*spRoot, W("packets.maxdeq"), 100);
-  options.bAttach = ReadPropBool(*spRoot, W("attach_packets"), false) ||
-                    ReadPropBool(*spRoot, W("experimental.out_video_packets"), true);
-  options.bFallback = ReadPropBool(*spRoot, W("decoder.fallback_on_error"), false);
-  options.llNoOutputMax = ReadPropInt(*spRoot, W("decoder.fallback.no_output_packets"), 64);
+  if (m_nOptionsGeneration == nGeneration && tpNow - m_tpOptions < std::chrono::seconds(1)) return m_options;
+  COptions options;
+  if (XMLParse::XMLNodePtr spRoot = _PropsRootLocked()) {
+    options.bCorrectTimes = ReadPropBool(*spRoot, W("decode.correct_times"), true);
+    options.llMaxDeq = ReadPropInt(*spRoot, W("packets.maxdeq"), 100);
+    options.bAttach = ReadPropBool(*spRoot, W("attach_packets"), false) ||
+                      ReadPropBool(*spRoot, W("experimental.out_video_packets"), true);
+    options.bFallback = ReadPropBool(*spRoot, W("decoder.fallback_on_error"), false);
+    options.llNoOutputMax = ReadPropInt(*spRoot, W("decoder.fallback.no_output_packets"), 64);
+  }
+  m_options = options;
+  m_nOptionsGeneration = nGeneration;
+  m_tpOptions = tpNow;
   return options;
 }
 
@@ -260,6 +266,11 @@ HRESULT CCoVCDecoder::_CreateDecoder(const K_STREAM_INFO* pStreamInfo, IVCPacket
     CKAutoLock lock(m_csLock);
     if (!bForce && fnUnchanged()) return S_FALSE;  // another walk installed it meanwhile
     strCurrent = VCStreamText(m_bHasStream ? &m_streamInfo : nullptr);
+  }
+  if (!bForce) {
+    for (const int nIndex : m_vecFallbackMarked)
+      if (static_cast<size_t>(nIndex) < m_vecCandidates.size()) m_vecCandidates[static_cast<size_t>(nIndex)].nState = 0;
+    m_vecFallbackMarked.clear();
   }
   const String strNew = VCStreamText(&info);
   VC_LOG(eVCLL_Progress, "CREATE/REINIT ENCODER:%ws->%ws", strCurrent.c_str(), strNew.c_str());
@@ -386,7 +397,18 @@ HRESULT CCoVCDecoder::DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* 
   }
   {
     CKMutexLock select(m_csSelect);
+    // The installed decoder keeps its place by identity: a switch may have
+    // added or removed entries before it.
+    const CLSID clsidInstalled = m_nInstalled >= 0 && static_cast<size_t>(m_nInstalled) < m_vecCandidates.size()
+                                     ? m_vecCandidates[static_cast<size_t>(m_nInstalled)].clsid
+                                     : CLSID{};
     m_vecCandidates = _BuildCandidates(bNVidia, bQuickSync);
+    m_vecFallbackMarked.clear();
+    if (m_nInstalled >= 0) {
+      const auto it = std::find_if(m_vecCandidates.begin(), m_vecCandidates.end(),
+                                   [&](const VCCandidate& entry) { return IsEqualGUID(entry.clsid, clsidInstalled); });
+      m_nInstalled = it == m_vecCandidates.end() ? -1 : static_cast<int>(it - m_vecCandidates.begin());
+    }
   }
 
   CKStreamInfo info;
@@ -479,7 +501,7 @@ LONG CCoVCDecoder::_AttachPacketsAndCopyData(IVCFrame* pFrame, const COptions& o
     }
     if (Q.rtStartTime >= F.rtEndTime && k > 0) break;  // a later frame's packet
     const String strName = k == 0 ? String(W("video.encoded_packet"))
-                                  : W("video.encoded_packet.") + FromUtf8(Format("%d", static_cast<int>(k)));
+                                  : W("video.encoded_packet.") + IntText(k);
     if (LogIsOn(eVCLL_Progress))
       fnLog(eVCLL_Progress, "(%ws) %ws Deq:%zd", strName.c_str(), VCPacketText(pPacket).c_str(),
             m_deqPackets.size());
@@ -488,7 +510,7 @@ LONG CCoVCDecoder::_AttachPacketsAndCopyData(IVCFrame* pFrame, const COptions& o
     m_deqPackets.pop_front();
     if (XMLParse::XMLNodePtr spRoot = _PropsRootLocked())
       spRoot->SetAttributePath(W("stat::v_decode.pkt_delay"),
-                               FromUtf8(Format("%zd", m_deqPackets.size())), false);
+                               IntText(static_cast<int64_t>(m_deqPackets.size())), false);
     ++k;
   }
   if (LogIsOn(eVCLL_Progress))
@@ -523,6 +545,7 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
       CKMutexLock select(m_csSelect);
       if (m_nInstalled >= 0 && static_cast<size_t>(m_nInstalled) < m_vecCandidates.size()) {
         m_vecCandidates[static_cast<size_t>(m_nInstalled)].nState = -1;
+        m_vecFallbackMarked.push_back(m_nInstalled);
         strFailing = m_vecCandidates[static_cast<size_t>(m_nInstalled)].strName;
       }
     }
@@ -547,7 +570,7 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
     {
       CKAutoLock lock(m_csLock);
       ++m_nFallbacks;
-      _SetStat(_Prefix(), ".fallbacks", FromUtf8(Format("%d", static_cast<int>(m_nFallbacks))));
+      _SetStat(_Prefix(), ".fallbacks", IntText(m_nFallbacks));
       m_bReplayFilter = true;  // frames the caller had from the failed decoder come again
       m_bBreakNext = true;
       m_deqHeld.clear();
@@ -627,13 +650,24 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
   const COptions options = _ReadOptions();
   String strPrefix;
   uint32_t nGeneration = 0;
+  bool bPublish = true;
   K_PACKET_INFO pktInfo{};
   if (_pVCPacket) _pVCPacket->PacketInfoGet(&pktInfo);
   {
     CKAutoLock lock(m_csLock);
     nGeneration = m_nStreamGeneration;
     strPrefix = _Prefix();
-    _SetStat(strPrefix, ".input_fps", VCStatDoubleText(m_inputRate.Add(1)));
+    const double dblInputRate = m_inputRate.Add(1);
+    // The averaged statistics are rendered as text at most every 100 ms: at
+    // thousands of audio packets a second the text, not the measuring, is
+    // what costs. Counters stay exact on every packet.
+    const auto tpNow = std::chrono::steady_clock::now();
+    bPublish = !_pVCPacket || nGeneration != m_nPublishGeneration || tpNow - m_tpPublished >= kPublishEvery;
+    if (bPublish) {
+      m_nPublishGeneration = nGeneration;
+      m_tpPublished = tpNow;
+      _SetStat(strPrefix, ".input_fps", VCStatDoubleText(dblInputRate));
+    }
     if (_pVCPacket && (pktInfo.eFlags & eVCPF_SegmentStart)) {
       VC_LOG(eVCLL_Progress, "SEGMENT START [%ws] Reset packets:%zd", VCPacketText(_pVCPacket).c_str(),
              m_deqPackets.size());
@@ -682,7 +716,7 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
       if (FAILED(hr)) {
         CKAutoLock lock(m_csLock);
         ++m_nDecodeErrors;
-        _SetStat(strPrefix, ".decode_error", FromUtf8(Format("%d", static_cast<int>(m_nDecodeErrors))));
+        _SetStat(strPrefix, ".decode_error", IntText(m_nDecodeErrors));
         VC_LOG(eVCLL_Retry, "m_cpVCDecoder->DecodePacket(%ws) hr=%08X", VCPacketText(_pVCPacket).c_str(), hr);
       }
       // A drain has no packet to start a replay from.
@@ -727,17 +761,23 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
     CKAutoLock lock(m_csLock);
     if (_pVCPacket) {
       XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
-      XMLParse::XMLNodePtr spStat = spRoot ? spRoot->CreateNode(W("stat")) : nullptr;
+      XMLParse::XMLNodePtr spStat = spRoot && bPublish ? spRoot->CreateNode(W("stat")) : nullptr;
       std::unique_ptr<KPacketStats>& spStats =
           m_streamInfo.eMediaType == eVCMT_Video ? m_spVideoStats : m_spAudioStats;
       if (!spStats) spStats = std::make_unique<KPacketStats>(ToUtf8(strPrefix));
-      spStats->Update(_pVCPacket, spStat.get());
+      spStats->Update(_pVCPacket, bPublish ? spStat.get() : nullptr);
+    } else if (bPublish) {
+      // A drain shows the latest averages of the packets before it.
+      std::unique_ptr<KPacketStats>& spStats =
+          m_streamInfo.eMediaType == eVCMT_Video ? m_spVideoStats : m_spAudioStats;
+      XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+      if (spStats && spRoot) spStats->Publish(spRoot->CreateNode(W("stat")).get());
     }
 
     const bool bVideo = m_bHasStream && m_streamInfo.eMediaType == eVCMT_Video;
     if (cpVCFrame) {
       const LONG nInFlight = m_nInFlight.fetch_sub(1) - 1;
-      _SetStat(strPrefix, ".pkt_diff", FromUtf8(Format("%d", static_cast<int>(nInFlight))));
+      _SetStat(strPrefix, ".pkt_diff", IntText(nInFlight));
       K_TIME time{};
       cpVCFrame->VCTimeGet(&time);
       if (time.rtStartTime != VC_TIME_UNSET)
@@ -778,11 +818,12 @@ HRESULT CCoVCDecoder::DecodePacket(IVCPacket* _pVCPacket, LONGLONG _rtSegmentSta
 
     bRepublish = nGeneration != m_nStreamGeneration;
     m_perf.Stop(1);
-    const std::string strPerf = m_perf.Text(true);
+    const bool bLog = LogIsOn(eVCLL_Progress);
+    const std::string strPerf = bPublish || bLog ? m_perf.Text(true) : std::string();
     VC_LOG(eVCLL_Progress, "OK PERF:%ws (Seg:%s) %ws [%ws] Deq:%zd", FromUtf8(strPerf).c_str(),
            TimeText(_rtSegmentStart).c_str(), VCFrameText(cpVCFrame.Get()).c_str(), VCPacketText(_pVCPacket).c_str(),
            m_deqPackets.size());
-    _SetStat(strPrefix, ".performance", FromUtf8(strPerf));
+    if (bPublish) _SetStat(strPrefix, ".performance", FromUtf8(strPerf));
   }
   if (bRepublish) _PublishDecoderInfo(m_inner.Ref().Get());
   VC_DECODER_CHECK(cpVCFrame, "cpVCFrame");

@@ -31,6 +31,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -61,6 +62,12 @@ class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   }
   CKCritSec& _PropsLock() { return m_csLock; }
   CVCInnerHolder<IVCDecoder>& _InnerHolder() { return m_inner; }
+  // Called after a PropsSet changed the tree: the options are read again
+  // before the next packet.
+  HRESULT _PropsOnChange(BSTR, BSTR) {
+    m_nPropsGeneration.fetch_add(1, std::memory_order_release);
+    return E_NOTIMPL;  // and the default handling
+  }
 
   HRESULT STDMETHODCALLTYPE DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* _pVCPacket,
                                               BOOL* _pbSupported) override;
@@ -90,7 +97,14 @@ class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
     bool bDrop = false;
     bool bUser = false;
   };
-  struct COptions;
+  // The options the decoding path reads, as last read from the tree.
+  struct COptions {
+    bool bCorrectTimes = true;
+    LONGLONG llMaxDeq = 100;
+    bool bAttach = false;
+    bool bFallback = false;
+    LONGLONG llNoOutputMax = 64;
+  };
 
   // The description to use: the packet's when it has a usable one, else
   // *pStreamInfo (copied into *pInfo). false when there is none.
@@ -122,9 +136,18 @@ class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   CKMutex m_csSelect VC_ACQUIRED_BEFORE(m_csLock);
   std::vector<VCCandidate> m_vecCandidates VC_GUARDED_BY(m_csSelect);
   int m_nInstalled VC_GUARDED_BY(m_csSelect) = -1;  // table index of the installed decoder
+  // Entries a fallback marked failed: they failed this stream only, so a
+  // changed stream makes them eligible again.
+  std::vector<int> m_vecFallbackMarked VC_GUARDED_BY(m_csSelect);
 
   CKCritSec m_csLock;
   CVCInnerHolder<IVCDecoder> m_inner;
+  // Reading the options costs five tree walks, so a packet reads them only
+  // after a PropsSet or once a second (changes that bypass PropsSet).
+  std::atomic<uint32_t> m_nPropsGeneration{1};
+  COptions m_options VC_GUARDED_BY(m_csLock);
+  uint32_t m_nOptionsGeneration VC_GUARDED_BY(m_csLock) = 0;
+  std::chrono::steady_clock::time_point m_tpOptions VC_GUARDED_BY(m_csLock);
   CKStreamInfo m_streamInfo VC_GUARDED_BY(m_csLock);
   bool m_bHasStream VC_GUARDED_BY(m_csLock) = false;
   uint32_t m_nStreamGeneration VC_GUARDED_BY(m_csLock) = 0;  // counts installs and closes
@@ -136,6 +159,8 @@ class CCoVCDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   LONG m_nDecodeErrors VC_GUARDED_BY(m_csLock) = 0;
   KAverageTime m_perf;
   KBitrateCalculator m_inputRate;
+  uint32_t m_nPublishGeneration VC_GUARDED_BY(m_csLock) = 0;  // the stream the averages were last shown for
+  std::chrono::steady_clock::time_point m_tpPublished VC_GUARDED_BY(m_csLock);
   std::unique_ptr<KPacketStats> m_spVideoStats VC_GUARDED_BY(m_csLock);
   std::unique_ptr<KPacketStats> m_spAudioStats VC_GUARDED_BY(m_csLock);
 

@@ -6,203 +6,18 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
 
-#if !defined(_WIN32)
-#include <unistd.h>
-#endif
-
 #include "Commands.h"
+#include "ToolMedia.h"
 #include "ToolModule.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCComPtr.h"
 #include "VCStrings.h"
 
 namespace vctool {
-
-namespace {
-
-
-// LONG is long on Windows: printf wants an int.
-int I(LONG n) { return static_cast<int>(n); }
-
-struct MediaArgs {
-  std::string strUrl;
-  bool bJson = false;
-  double dblSeek = 0.0;
-};
-
-bool ParseArgs(const char* szCmd, const std::vector<std::string>& args, bool bSeekAllowed, MediaArgs* pArgs) {
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--json") {
-      pArgs->bJson = true;
-    } else if (bSeekAllowed && args[i] == "--seek" && i + 1 < args.size()) {
-      char* pEnd = nullptr;
-      pArgs->dblSeek = std::strtod(args[++i].c_str(), &pEnd);
-      if (!pEnd || *pEnd || !std::isfinite(pArgs->dblSeek) || pArgs->dblSeek < 0) {
-        std::fprintf(stderr, "vccodecs %s: --seek wants seconds (0 or more), not '%s'\n", szCmd, args[i].c_str());
-        return false;
-      }
-    } else if (!args[i].empty() && args[i][0] == '-' && args[i] != "-") {
-      std::fprintf(stderr, "vccodecs %s: unknown option %s\n", szCmd, args[i].c_str());
-      return false;
-    } else if (pArgs->strUrl.empty()) {
-      pArgs->strUrl = args[i];
-    } else {
-      std::fprintf(stderr, "vccodecs %s: one source only\n", szCmd);
-      return false;
-    }
-  }
-  if (pArgs->strUrl.empty()) std::fprintf(stderr, "vccodecs %s: which source? (a file path or URL)\n", szCmd);
-  return !pArgs->strUrl.empty();
-}
-
-std::string JsonText(const std::string& str) {
-  std::string strOut = "\"";
-  for (unsigned char c : str) {
-    switch (c) {
-      case '"': strOut += "\\\""; break;
-      case '\\': strOut += "\\\\"; break;
-      case '\n': strOut += "\\n"; break;
-      case '\r': strOut += "\\r"; break;
-      case '\t': strOut += "\\t"; break;
-      default:
-        if (c < 0x20) {
-          char sz[8];
-          std::snprintf(sz, sizeof sz, "\\u%04x", c);
-          strOut += sz;
-        } else {
-          strOut += static_cast<char>(c);
-        }
-    }
-  }
-  return strOut + "\"";
-}
-
-const char* TypeName(eVCMediaType eType) {
-  switch (eType) {
-    case eVCMT_Video: return "video";
-    case eVCMT_Audio: return "audio";
-    case eVCMT_Subtitles: return "subtitles";
-    case eVCMT_Data: return "data";
-    case eVCMT_Multiplexed: return "multiplexed";
-    default: return "empty";
-  }
-}
-
-std::string Seconds(LONGLONG rt) {
-  if (rt == VC_TIME_UNSET) return "unset";
-  char sz[32];
-  std::snprintf(sz, sizeof sz, "%.3f", static_cast<double>(rt) / VC_TIME_SECOND);
-  return sz;
-}
-
-// A time in the stream's own time base, in seconds.
-std::string StreamSeconds(LONGLONG llTime, const K_RATIONAL& tb) {
-  if (llTime == VC_TIME_UNSET || tb.nDen <= 0) return "unset";
-  char sz[32];
-  std::snprintf(sz, sizeof sz, "%.3f", static_cast<double>(llTime) * tb.nNum / tb.nDen);
-  return sz;
-}
-
-struct Source {
-  vc::ComPtr<IVCSplitter> cpSplitter;
-  std::string strXml;
-  LONG nStreams = 0;
-  LONGLONG rtDuration = 0;
-  struct Stream {
-    K_STREAM_INFO info{};
-    std::string strCodec;
-    std::string strXml;
-  };
-  std::vector<Stream> vecStreams;
-};
-
-bool OpenSource(const char* szCmd, const std::string& strUrl, Source* pSource) {
-  HRESULT hr = CoCreateInstance(CLSID_VCSplitter, nullptr, CLSCTX_INPROC_SERVER, IID_IVCSplitter,
-                                reinterpret_cast<void**>(pSource->cpSplitter.AddressOf()));
-  if (FAILED(hr)) {
-    std::fprintf(stderr, "vccodecs %s: the splitter could not be created: %s\n", szCmd, HrText(hr).c_str());
-    return false;
-  }
-  vc::CBstr bsUrl(strUrl);
-  LONG nStreams = 0;
-  hr = pSource->cpSplitter->SplitterOpen(bsUrl, nullptr, &nStreams);
-  if (FAILED(hr)) {
-    std::fprintf(stderr, "vccodecs %s: cannot open %s: %s\n", szCmd, strUrl.c_str(), HrText(hr).c_str());
-    return false;
-  }
-  vc::CBstr bsPath, bsXml;
-  hr = pSource->cpSplitter->SplitterInfoGet(&bsPath, &bsXml, &pSource->nStreams, &pSource->rtDuration);
-  if (FAILED(hr)) {
-    std::fprintf(stderr, "vccodecs %s: no source information: %s\n", szCmd, HrText(hr).c_str());
-    return false;
-  }
-  pSource->strXml = bsXml.Utf8();
-  for (LONG n = 0; n < pSource->nStreams; ++n) {
-    Source::Stream stream;
-    vc::CBstr bsStreamXml;
-    if (FAILED(pSource->cpSplitter->SplitterStreamInfoGet(n, &stream.info, &bsStreamXml))) continue;
-    stream.strCodec = vc::ToUtf8(stream.info.bsCodecNameOrTag ? stream.info.bsCodecNameOrTag : W(""));
-    SysFreeString(stream.info.bsCodecNameOrTag);  // ours: the caller frees returned strings
-    stream.info.bsCodecNameOrTag = nullptr;
-    stream.info.lpCodecData = 0;  // the splitter's memory; not kept past this call
-    stream.strXml = bsStreamXml.Utf8();
-    pSource->vecStreams.push_back(std::move(stream));
-  }
-  return true;
-}
-
-std::string StreamDetails(const K_STREAM_INFO& info) {
-  char sz[160];
-  if (info.eMediaType == eVCMT_Video) {
-    std::snprintf(sz, sizeof sz, "%dx%d %.3f fps aspect %d:%d", I(info.nWidth), I(info.nHeight), info.dblRate,
-                  I(info.nAspectX), I(info.nAspectY));
-  } else if (info.eMediaType == eVCMT_Audio) {
-    std::snprintf(sz, sizeof sz, "%d Hz %d ch", I(info.nSampleRate), I(info.nChannels));
-  } else {
-    sz[0] = 0;
-  }
-  return sz;
-}
-
-std::map<std::string, std::string> StatValues(IVCSplitter* pSplitter) {
-  std::map<std::string, std::string> mapStats;
-  vc::ComPtr<IVCProps> cpProps;
-  if (FAILED(pSplitter->QueryInterface(IID_IVCProps, reinterpret_cast<void**>(cpProps.AddressOf())))) return mapStats;
-  vc::CBstr bsNode(std::string("stat"));
-  LONG nCount = 0;
-  if (cpProps->PropsGetCount(bsNode, &nCount) != S_OK) return mapStats;
-  for (LONG i = 0; i < nCount; ++i) {
-    vc::CBstr bsName, bsValue;
-    BOOL bNode = FALSE;
-    if (cpProps->PropsGetByIndex(bsNode, i, &bsName, &bsValue, &bNode) == S_OK && !bNode)
-      mapStats["stat::" + bsName.Utf8()] = bsValue.Utf8();
-  }
-  return mapStats;
-}
-
-bool StderrIsTerminal() {
-#if defined(_WIN32)
-  return false;
-#else
-  return isatty(2) != 0;
-#endif
-}
-
-void DrawProgress(double dblDone, LONGLONG llPackets) {
-  const int nWidth = 40;
-  const int nFilled = static_cast<int>(std::clamp(dblDone, 0.0, 1.0) * nWidth + 0.5);
-  std::fprintf(stderr, "\r[%s%s] %3d%%  %lld packets", std::string(static_cast<size_t>(nFilled), '#').c_str(),
-               std::string(static_cast<size_t>(nWidth - nFilled), '.').c_str(), static_cast<int>(dblDone * 100 + 0.5),
-               static_cast<long long>(llPackets));
-  std::fflush(stderr);
-}
-
-}  // namespace
 
 int CmdProbe(const std::vector<std::string>& args) {
   MediaArgs opts;
@@ -311,10 +126,11 @@ int CmdDemux(const std::vector<std::string>& args) {
     }
     ++llPackets;
     if (bProgress && source.rtDuration > 0 && llPackets % 64 == 0 && time.rtStartTime != VC_TIME_UNSET)
-      DrawProgress(static_cast<double>(time.rtStartTime) / static_cast<double>(source.rtDuration), llPackets);
+      DrawProgress(static_cast<double>(time.rtStartTime) / static_cast<double>(source.rtDuration),
+                   std::to_string(llPackets) + " packets");
   }
   if (bProgress) {
-    DrawProgress(1.0, llPackets);
+    DrawProgress(1.0, std::to_string(llPackets) + " packets");
     std::fprintf(stderr, "\n");
   }
   const std::map<std::string, std::string> mapStats = StatValues(source.cpSplitter.Get());

@@ -11,5 +11,6 @@ int CmdRegister(bool bRegister, bool bPerUser);
 int CmdProps(const std::vector<std::string>& args);
 int CmdProbe(const std::vector<std::string>& args);
 int CmdDemux(const std::vector<std::string>& args);
+int CmdDecode(const std::vector<std::string>& args);
 
 }  // namespace vctool

@@ -20,7 +20,10 @@ void Usage() {
       "  props CLASS NAME=VALUE.. set properties and show what reads back\n"
       "  probe URL [--json]       streams, duration and descriptions of a file or network source\n"
       "  demux URL [--json] [--seek SECONDS]\n"
-      "                           every packet through the splitter, per stream, with its statistics\n");
+      "                           every packet through the splitter, per stream, with its statistics\n"
+      "  decode URL [--json] [--seek SECONDS] [--streams LIST] [--no-fallback]\n"
+      "                           every video and audio stream (or those listed: 0,2) through the\n"
+      "                           decoder, per stream frames, samples, times, breaks and statistics\n");
 }
 
 }  // namespace
@@ -31,7 +34,8 @@ int main(int argc, char** argv) {
     return argc < 2 ? 1 : 0;
   }
   const std::string strCmd = argv[1];
-  if ((strCmd == "probe" || strCmd == "demux") && !std::getenv("CORVANE_LOG_LEVEL")) {
+  const bool bMedia = strCmd == "probe" || strCmd == "demux" || strCmd == "decode";
+  if (bMedia && !std::getenv("CORVANE_LOG_LEVEL")) {
     // The media commands report failures themselves; the modules' own lines
     // (end of file arrives as a failed read) would only interleave with the
     // dump. CORVANE_LOG_LEVEL brings them back.
@@ -42,11 +46,12 @@ int main(int argc, char** argv) {
 #endif
   }
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  if (strCmd == "props" || strCmd == "probe" || strCmd == "demux") {
+  if (strCmd == "props" || bMedia) {
     const std::vector<std::string> args(argv + 2, argv + argc);
     const int rc = strCmd == "props"   ? vctool::CmdProps(args)
                    : strCmd == "probe" ? vctool::CmdProbe(args)
-                                       : vctool::CmdDemux(args);
+                   : strCmd == "demux" ? vctool::CmdDemux(args)
+                                       : vctool::CmdDecode(args);
     CoUninitialize();
     return rc;
   }

@@ -73,6 +73,7 @@
 #include <vector>
 
 #include "Devices/KPropsImpl.h"
+#include "FFPointers.h"
 #include "FFSplitterSideData.h"
 #include "FFSplitterSource.h"
 #include "VCCodecsCore.h"
@@ -124,14 +125,8 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   HRESULT STDMETHODCALLTYPE SideDataObjSet(LONG _nStream, BSTR _bsType, IUnknown* _pObj) override;
 
  private:
-  struct CFormatCloser {
-    void operator()(AVFormatContext* p) const;
-  };
-  struct CPacketFree {
-    void operator()(AVPacket* p) const;
-  };
-  using AVFormatPtr = std::unique_ptr<AVFormatContext, CFormatCloser>;
-  using AVPacketPtr = std::unique_ptr<AVPacket, CPacketFree>;
+  using AVFormatPtr = AvInputPtr;
+  using AVPacketPtr = AvPacketPtr;
 
   // What FFmpeg's interrupt callback looks at; shared by the I/O thread and
   // whoever stops or closes.

@@ -12,18 +12,12 @@ extern "C" {
 
 #include "FFCommon.h"
 #include "FFFormats.h"
+#include "FFPointers.h"
 #include "VCLog.h"
 
 namespace vc::ff {
 
 namespace {
-
-struct SwsFree {
-  void operator()(SwsContext* p) const { sws_freeContext(p); }
-};
-struct SwrFree {
-  void operator()(SwrContext* p) const { swr_free(&p); }
-};
 
 bool IsRgbLike(AVPixelFormat fmt) {
   const AVPixFmtDescriptor* pDesc = av_pix_fmt_desc_get(fmt);
@@ -136,7 +130,7 @@ HRESULT ScaleInto(const VideoView& src, AVFrame* pDst, int nX, int nY, int nWidt
     return S_OK;
   }
   const int nFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
-  std::unique_ptr<SwsContext, SwsFree> spSws(sws_getContext(src.nWidth, src.nHeight, src.eFmt, nWidth, nHeight,
+  SwsContextPtr spSws(sws_getContext(src.nWidth, src.nHeight, src.eFmt, nWidth, nHeight,
                                                              eDstFmt, nFlags, nullptr, nullptr, nullptr));
   if (!spSws) {
     VC_LOG(eVCLL_Error, "sws_getContext(%s %dx%d -> %s %dx%d) FAILED hr=%08X\n", av_get_pix_fmt_name(src.eFmt),
@@ -210,7 +204,7 @@ HRESULT ResampleAudio(const AVFrame* pSrc, AVSampleFormat eDstFmt, int nDstRate,
   int nErr = swr_alloc_set_opts2(&pRaw, const_cast<AVChannelLayout*>(&dstLayout), eDstFmt, nDstRate, &srcLayout,
                                  static_cast<AVSampleFormat>(pSrc->format), pSrc->sample_rate, 0, nullptr);
   av_channel_layout_uninit(&srcLayout);
-  std::unique_ptr<SwrContext, SwrFree> spSwr(pRaw);
+  SwrContextPtr spSwr(pRaw);
   if (nErr >= 0) nErr = swr_init(spSwr.get());
   if (nErr < 0) {
     VC_LOG(eVCLL_Error, "swr_init(%s %d Hz -> %s %d Hz) FAILED %s\n",

@@ -31,6 +31,7 @@ extern "C" {
 
 #include "Devices/KPropsImpl.h"
 #include "FFDecoderSession.h"
+#include "FFPointers.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecsCore.h"
 #include "VCCritSec.h"
@@ -59,10 +60,6 @@ class CCoFFDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   HRESULT STDMETHODCALLTYPE DecodeClose() override;
 
  private:
-  struct CBufferUnref {
-    void operator()(AVBufferRef* p) const { av_buffer_unref(&p); }
-  };
-
   bool _IsDevice() const { return m_eDevice != AV_HWDEVICE_TYPE_NONE; }
   // The name the log and the refusals use for this class's device.
   const char* _DeviceLabel() const;
@@ -97,7 +94,7 @@ class CCoFFDecoder : public CKObjectRoot, public IVCDecoder, public IKPropsImpl<
   CFFDecodeSession m_session VC_GUARDED_BY(m_mtxDecode);
   CKStreamInfo m_streamInfo VC_GUARDED_BY(m_mtxDecode);  // last opened stream
   const AVCodec* m_pCodec VC_GUARDED_BY(m_mtxDecode) = nullptr;
-  std::unique_ptr<AVBufferRef, CBufferUnref> m_spDevice VC_GUARDED_BY(m_mtxDecode);  // device classes
+  AvBufferPtr m_spDevice VC_GUARDED_BY(m_mtxDecode);  // device classes
   bool m_bFramePublished VC_GUARDED_BY(m_mtxDecode) = false;
 };
 

@@ -22,7 +22,6 @@ constexpr LONGLONG kDefaultFrameDuration = 400000;  // 25 frames per second
 // that fails every frame is not decoding.
 constexpr int kMaxFrameErrors = 64;
 
-void FreePacket(AVPacket* p) { av_packet_free(&p); }
 
 int PacketFlagsToAv(LONG eFlags) {
   int nFlags = 0;
@@ -79,7 +78,7 @@ eKFrameFlags PictureTypeFlags(const AVFrame& frame) {
 
 }  // namespace
 
-CFFDecodeSession::CFFDecodeSession() : m_spPacket(av_packet_alloc(), &FreePacket), m_rtNext(VC_TIME_UNSET) {}
+CFFDecodeSession::CFFDecodeSession() : m_spPacket(av_packet_alloc()), m_rtNext(VC_TIME_UNSET) {}
 
 CFFDecodeSession::~CFFDecodeSession() = default;
 

@@ -64,8 +64,6 @@ HRESULT CopyOut(StringView text, BSTR* pbs) {
 // ---------------------------------------------------------------------------
 // Object
 
-void CFFSplitter::CFormatCloser::operator()(AVFormatContext* p) const { avformat_close_input(&p); }
-void CFFSplitter::CPacketFree::operator()(AVPacket* p) const { av_packet_free(&p); }
 
 CFFSplitter::CFFSplitter() = default;
 CFFSplitter::~CFFSplitter() = default;

@@ -14,6 +14,8 @@ extern "C" {
 
 #include <memory>
 
+#include "FFPointers.h"
+
 struct SwsContext;
 struct SwrContext;
 
@@ -45,10 +47,7 @@ class CFFVideoConverter {
   int Convert(const AVFrame& src, const CVideoTarget& target, AVFrame* pDst);
 
  private:
-  struct CSwsDeleter {
-    void operator()(SwsContext* p) const;
-  };
-  std::unique_ptr<SwsContext, CSwsDeleter> m_spSws;
+  SwsContextPtr m_spSws;
 };
 
 // Interleaved PCM as the module's frames and audio buffers hold it.
@@ -77,13 +76,10 @@ class CFFAudioConverter {
   void Reset();
 
  private:
-  struct CSwrDeleter {
-    void operator()(SwrContext* p) const;
-  };
   int _Prepare(const AVFrame& src, const CAudioTarget& target);
   int _AllocOutput(int nSamples, AVFrame* pDst) const;
 
-  std::unique_ptr<SwrContext, CSwrDeleter> m_spSwr;
+  SwrContextPtr m_spSwr;
   // What m_spSwr was built for.
   AVSampleFormat m_eInFmt = AV_SAMPLE_FMT_NONE;
   AVChannelLayout m_inLayout{};

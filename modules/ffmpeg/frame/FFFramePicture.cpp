@@ -11,18 +11,12 @@ extern "C" {
 #include "FFCommon.h"
 #include "FFFormats.h"
 #include "FFFrameScale.h"
+#include "FFPointers.h"
 #include "VCLog.h"
 
 namespace vc::ff {
 
 namespace {
-
-struct CodecContextFree {
-  void operator()(AVCodecContext* p) const { avcodec_free_context(&p); }
-};
-struct PacketFree {
-  void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
 
 std::string LowerExtension(const std::string& strPath) {
   const size_t nDot = strPath.find_last_of('.');
@@ -67,8 +61,8 @@ HRESULT EncodeImage(const AVFrame* pVideo, AVCodecID eCodec, const std::string& 
   HRESULT hr = ScaleInto(ViewOf(pVideo), spPicture.get(), 0, 0, pVideo->width, pVideo->height);
   if (FAILED(hr)) return hr;
 
-  std::unique_ptr<AVCodecContext, CodecContextFree> spCodec(avcodec_alloc_context3(pCodec));
-  std::unique_ptr<AVPacket, PacketFree> spPacket(av_packet_alloc());
+  AvCodecContextPtr spCodec(avcodec_alloc_context3(pCodec));
+  AvPacketPtr spPacket(av_packet_alloc());
   if (!spCodec || !spPacket) return E_OUTOFMEMORY;
   spCodec->width = pVideo->width;
   spCodec->height = pVideo->height;

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "FFAudioBufferFormat.h"
+#include "FFPointers.h"
 
 struct SwrContext;
 
@@ -102,9 +103,6 @@ class CAudioLine {
   void SetStartTime(LONGLONG rtStart);
 
  private:
-  struct SwrFree {
-    void operator()(SwrContext* p) const;
-  };
 
   uint8_t* _Grow(size_t nSamples);
   void _Append(const int32_t* pWork, size_t nSamples);
@@ -127,7 +125,7 @@ class CAudioLine {
   LONGLONG m_rtMinDiff = 0;
   LONGLONG m_rtMaxDiff = 0;
 
-  std::unique_ptr<SwrContext, SwrFree> m_spSwr;
+  SwrContextPtr m_spSwr;
   LONG m_nSwrInRate = 0;
 };
 

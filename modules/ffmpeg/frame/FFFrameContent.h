@@ -13,16 +13,12 @@ extern "C" {
 #include <memory>
 #include <vector>
 
+#include "FFPointers.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
 #include "VCStrings.h"
 
 namespace vc::ff {
-
-struct AvFrameFree {
-  void operator()(AVFrame* p) const { av_frame_free(&p); }
-};
-using AvFramePtr = std::unique_ptr<AVFrame, AvFrameFree>;
 
 struct DataEntry {
   String strName;

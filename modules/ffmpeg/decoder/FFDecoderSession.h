@@ -16,19 +16,14 @@ extern "C" {
 #include <memory>
 
 #include "FFDecoderConvert.h"
+#include "FFPointers.h"
 #include "VCCodecsCore.h"
 
 namespace vc::ff {
 
-struct CDecodedFrameFree {
-  void operator()(AVFrame* p) const { av_frame_free(&p); }
-};
-using DecodedFramePtr = std::unique_ptr<AVFrame, CDecodedFrameFree>;
+using DecodedFramePtr = AvFramePtr;
 
-struct CDecoderContextFree {
-  void operator()(AVCodecContext* p) const { avcodec_free_context(&p); }
-};
-using DecoderContextPtr = std::unique_ptr<AVCodecContext, CDecoderContextFree>;
+using DecoderContextPtr = AvCodecContextPtr;
 
 // How a session decodes.
 struct CFFSessionOptions {
@@ -89,7 +84,7 @@ class CFFDecodeSession {
   LONGLONG _Duration(const AVFrame& frame) const;
 
   DecoderContextPtr m_spContext;
-  std::unique_ptr<AVPacket, void (*)(AVPacket*)> m_spPacket;
+  AvPacketPtr m_spPacket;
   std::deque<DecodedFramePtr> m_deqFrames;  // decoded, waiting to be taken
   CFFVideoConverter m_videoConverter;
   CFFAudioConverter m_audioConverter;

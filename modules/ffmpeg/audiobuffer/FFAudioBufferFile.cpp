@@ -13,30 +13,12 @@ extern "C" {
 
 #include "FFAudioBufferFormat.h"
 #include "FFCommon.h"
+#include "FFPointers.h"
 #include "VCLog.h"
 
 namespace vc::ff::abuf {
 
 namespace {
-
-struct FormatClose {
-  void operator()(AVFormatContext* p) const { avformat_close_input(&p); }
-};
-struct CodecFree {
-  void operator()(AVCodecContext* p) const { avcodec_free_context(&p); }
-};
-struct FrameFree {
-  void operator()(AVFrame* p) const { av_frame_free(&p); }
-};
-struct PacketFree {
-  void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-struct SwrFree {
-  void operator()(SwrContext* p) const { swr_free(&p); }
-};
-struct DictFree {
-  void operator()(AVDictionary* p) const { av_dict_free(&p); }
-};
 
 HRESULT Failed(const std::string& strPath, const char* pszWhat, int nErr) {
   VC_LOG(eVCLL_Error, "%s(%s): %s\n", pszWhat, strPath.c_str(), AvErrorText(nErr).c_str());
@@ -104,20 +86,20 @@ HRESULT DecodeAudioFile(const std::string& strPath, const K_AUD_PROPS* pRawProps
     av_dict_set_int(&pOptions, "sample_rate", pRawProps->nSamplesPerSec, 0);
     av_dict_set(&pOptions, "ch_layout", szLayout, 0);
   }
-  std::unique_ptr<AVDictionary, DictFree> spOptions(pOptions);
+  AvDictionaryPtr spOptions(pOptions);
 
   AVFormatContext* pFormat = nullptr;
   int nErr = avformat_open_input(&pFormat, strPath.c_str(), pInputFormat, &pOptions);
   spOptions.release();
   spOptions.reset(pOptions);  // what the demuxer did not take
   if (nErr < 0) return Failed(strPath, "avformat_open_input", nErr);
-  std::unique_ptr<AVFormatContext, FormatClose> spFormat(pFormat);
+  AvInputPtr spFormat(pFormat);
   if ((nErr = avformat_find_stream_info(pFormat, nullptr)) < 0) return Failed(strPath, "avformat_find_stream_info", nErr);
   const AVCodec* pCodec = nullptr;
   const int nStream = av_find_best_stream(pFormat, AVMEDIA_TYPE_AUDIO, -1, -1, &pCodec, 0);
   if (nStream < 0) return Failed(strPath, "av_find_best_stream", nStream);
 
-  std::unique_ptr<AVCodecContext, CodecFree> spCodec(avcodec_alloc_context3(pCodec));
+  AvCodecContextPtr spCodec(avcodec_alloc_context3(pCodec));
   if (!spCodec) return E_OUTOFMEMORY;
   if ((nErr = avcodec_parameters_to_context(spCodec.get(), pFormat->streams[nStream]->codecpar)) < 0 ||
       (nErr = avcodec_open2(spCodec.get(), pCodec, nullptr)) < 0)
@@ -134,10 +116,10 @@ HRESULT DecodeAudioFile(const std::string& strPath, const K_AUD_PROPS* pRawProps
   const AVSampleFormat eOut = bWide ? AV_SAMPLE_FMT_S32 : AV_SAMPLE_FMT_S16;
   pOut->props = K_AUD_PROPS{nChannels, spCodec->sample_rate, bWide ? 32 : 16, 0};
 
-  std::unique_ptr<AVFrame, FrameFree> spFrame(av_frame_alloc());
-  std::unique_ptr<AVPacket, PacketFree> spPacket(av_packet_alloc());
+  AvFramePtr spFrame(av_frame_alloc());
+  AvPacketPtr spPacket(av_packet_alloc());
   if (!spFrame || !spPacket) return E_OUTOFMEMORY;
-  std::unique_ptr<SwrContext, SwrFree> spSwr;
+  SwrContextPtr spSwr;
   std::vector<uint8_t> vecConverted;
   CCollector collector(llOffset, llCount, pOut);
 

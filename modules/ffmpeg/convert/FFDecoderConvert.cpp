@@ -10,7 +10,6 @@ namespace vc::ff {
 
 // ---- pictures ----
 
-void CFFVideoConverter::CSwsDeleter::operator()(SwsContext* p) const { sws_freeContext(p); }
 
 CFFVideoConverter::CFFVideoConverter() = default;
 CFFVideoConverter::~CFFVideoConverter() = default;
@@ -47,7 +46,6 @@ int CFFVideoConverter::Convert(const AVFrame& src, const CVideoTarget& target, A
 
 // ---- sample blocks ----
 
-void CFFAudioConverter::CSwrDeleter::operator()(SwrContext* p) const { swr_free(&p); }
 
 CFFAudioConverter::CFFAudioConverter() = default;
 

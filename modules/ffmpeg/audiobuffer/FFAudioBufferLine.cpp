@@ -14,7 +14,6 @@ extern "C" {
 
 namespace vc::ff::abuf {
 
-void CAudioLine::SwrFree::operator()(SwrContext* p) const { swr_free(&p); }
 
 CAudioLine::CAudioLine() = default;
 CAudioLine::~CAudioLine() = default;
