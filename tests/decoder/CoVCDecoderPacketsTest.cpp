@@ -368,6 +368,9 @@ TEST_F(DecoderPacketsTest, DecodeClose_ClosesTheDecoderAndRemovesTheDecodingStat
   vc::ComPtr<IVCFrame> cpFrame;
   Decode(FramePacket(stream, 0, eVCPF_KeyFrame).Get(), &cpFrame);
   Decode(FramePacket(stream, 1).Get(), &cpFrame);
+  Decode(nullptr, &cpFrame);  // a drain writes the averaged statistics out
+  Decode(FramePacket(stream, 2).Get(), &cpFrame);
+  ASSERT_EQ(m_pFacade->_QueuedPackets(), 1u);
   ASSERT_NE(Prop("stat::v_decode.kbps"), kAbsent);
   ASSERT_NE(Prop("stat::v_decode.performance"), kAbsent);
   SetProp("stat::a_decode.leftover", "1");
