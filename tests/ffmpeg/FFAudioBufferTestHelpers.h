@@ -11,7 +11,7 @@
 #include <cstring>
 #include <vector>
 
-#include "FFFrameDouble.h"
+#include "FrameDouble.h"
 #include "FFClasses.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
@@ -30,7 +30,7 @@ LONGLONG Addr(const std::vector<T>& vec) {
 
 // A frame that only holds audio and a time. Not thread-safe; tests use it on
 // one thread.
-class CTestFrame final : public vc::fftest::CFrameDouble {
+class CTestFrame final : public vctest::CFrameDouble {
  public:
   static ComPtr<CTestFrame> Make() {
     ComPtr<CTestFrame> cp;

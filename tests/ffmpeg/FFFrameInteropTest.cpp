@@ -7,7 +7,7 @@
 #include <atomic>
 #include <vector>
 
-#include "FFFrameDouble.h"
+#include "FrameDouble.h"
 #include "FFClasses.h"
 #include "FFFrame.h"
 #include "VCCodecsCore.h"
@@ -30,7 +30,7 @@ ComPtr<IVCFrame> NewFrame() {
 // A frame of another implementation, as if living in another process: it
 // answers the calls the frame object may make on a stranger (properties,
 // bytes, audio set, save) from an inner frame, and nothing else.
-class CForeignFrame final : public vc::fftest::CFrameDouble {
+class CForeignFrame final : public vctest::CFrameDouble {
  public:
   explicit CForeignFrame(ComPtr<IVCFrame> cpInner) : m_cpInner(std::move(cpInner)) {}
   std::atomic<int> m_nAudioSets{0};

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "FFClasses.h"
-#include "FFFrameDouble.h"
+#include "FrameDouble.h"
 #include "FFTestMedia.h"
 #include "VCCodecs/VCAttachments.h"
 #include "VCCodecs/VCCodecsBase.h"
@@ -150,7 +150,7 @@ TEST(FFPlainStrings, Splitter_OpensPlainPathAndProps) {
 // --- The exception guard ----------------------------------------------------------
 
 // A frame from "another implementation" whose every read throws.
-class CThrowingFrame : public vc::fftest::CFrameDouble {
+class CThrowingFrame : public vctest::CFrameDouble {
  public:
   explicit CThrowingFrame(bool bBadAlloc) : m_bBadAlloc(bBadAlloc) {}
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {

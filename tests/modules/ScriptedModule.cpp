@@ -1,19 +1,16 @@
 // Corvane.Test.Scripted.x64: the scripted inner objects (see
 // ScriptedObjects.h). It serves the general splitter's and the MXF
-// splitter's class identifiers, so a facade creates it once a test has
-// registered it in the private registry.
+// splitter's class identifiers, and the three decoder candidates' (NVIDIA,
+// QuickSync, the general one), so a facade creates it once a test has
+// registered it in the private registry under those identifiers.
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <map>
-#include <mutex>
+#include <atomic>
 
 #include "Devices/KPropsImpl.h"
-#include "ScriptedObjects.h"
+#include "ScriptedScript.h"
+#include "VCCodecs/VCInnerClasses.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCCritSec.h"
-#include "VCFormat.h"
 #include "VCModule.h"
 #include "VCObject.h"
 
@@ -27,128 +24,16 @@
 
 namespace vctest {
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-class CScript final : public IScript {
- public:
-  void Reset() override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (auto& queue : m_steps) queue.clear();
-    m_mapAllowed.clear();
-    m_vecCalls.clear();
-    m_vecUnexpected.clear();
-    ++m_nGeneration;  // lets every waiting call go
-    m_cv.notify_all();
-  }
-  void Expect(const Step& step) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_steps[static_cast<size_t>(step.call)].push_back(step);
-  }
-  void Allow(eCall call, HRESULT hr) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_mapAllowed[call] = hr;
-  }
-  void ReleaseHeld() override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_nReleases;
-    m_cv.notify_all();
-  }
-  bool WaitWaiting(eCall call, uint32_t nMilliseconds) override {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, std::chrono::milliseconds(nMilliseconds),
-                         [&] { return m_nWaiting[static_cast<size_t>(call)] > 0; });
-  }
-  bool WaitCalls(eCall call, size_t n, uint32_t nMilliseconds) override {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, std::chrono::milliseconds(nMilliseconds), [&] { return _CountLocked(call) >= n; });
-  }
-  std::vector<CallRecord> Calls() const override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_vecCalls;
-  }
-  size_t CallCount(eCall call) const override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return _CountLocked(call);
-  }
-  std::vector<std::string> Unexpected() const override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_vecUnexpected;
-  }
-  size_t Pending() const override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    size_t n = 0;
-    for (const auto& queue : m_steps) n += queue.size();
-    return n;
-  }
-
-  // Called by the objects: records the call and returns what to do.
-  Step Take(const CallRecord& record) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_vecCalls.push_back(record);
-    m_cv.notify_all();
-    auto& queue = m_steps[static_cast<size_t>(record.call)];
-    if (!queue.empty()) {
-      Step step = queue.front();
-      queue.pop_front();
-      return step;
-    }
-    auto it = m_mapAllowed.find(record.call);
-    if (it != m_mapAllowed.end()) return Step::Answer(record.call, it->second);
-    m_vecUnexpected.push_back(vc::Format("%s(%s %I64d)", CallName(record.call), record.strText.c_str(),
-                                         static_cast<long long>(record.llValue)));
-    return Step::Answer(record.call, E_UNEXPECTED);
-  }
-
-  // Holds the caller as the step says. stopCount reads the object's stop
-  // counter; stopped tells the wait that it changed.
-  template <class FStopped>
-  void Wait(const Step& step, FStopped stopped) {
-    if (step.wait == eWait::None) return;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    const uint64_t nGeneration = m_nGeneration;
-    const uint64_t nReleases = m_nReleases;
-    ++m_nWaiting[static_cast<size_t>(step.call)];
-    m_cv.notify_all();
-    // Bounded: a test that forgets to release must fail, not hang the suite.
-    const auto deadline = Clock::now() + std::chrono::seconds(60);
-    m_cv.wait_until(lock, deadline, [&] {
-      if (m_nGeneration != nGeneration) return true;
-      if (step.wait == eWait::UntilReleased) return m_nReleases != nReleases;
-      return stopped();
-    });
-    --m_nWaiting[static_cast<size_t>(step.call)];
-  }
-  // Wakes waiters to look at their stop counters.
-  void Notify() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_cv.notify_all();
-  }
-
- private:
-  size_t _CountLocked(eCall call) const {
-    return static_cast<size_t>(
-        std::count_if(m_vecCalls.begin(), m_vecCalls.end(), [&](const CallRecord& r) { return r.call == call; }));
-  }
-
-  mutable std::mutex m_mutex;
-  std::condition_variable m_cv;
-  std::deque<Step> m_steps[static_cast<size_t>(eCall::kCount)];
-  std::map<eCall, HRESULT> m_mapAllowed;
-  std::vector<CallRecord> m_vecCalls;
-  std::vector<std::string> m_vecUnexpected;
-  uint64_t m_nGeneration = 0;
-  uint64_t m_nReleases = 0;
-  int m_nWaiting[static_cast<size_t>(eCall::kCount)] = {};
-};
-
 CScript& SplitterScript() {
-  static CScript* s_pScript = new CScript;  // lives as long as the process: objects may outlive tests
+  static CScript* s_pScript = new CScript;  // never freed: objects may outlive tests
+  return *s_pScript;
+}
+CScript& DecoderScript() {
+  static CScript* s_pScript = new CScript;
   return *s_pScript;
 }
 
-std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
+namespace {
 
 class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc::IKPropsImpl<CScriptedSplitter> {
  public:
@@ -255,15 +140,17 @@ HRESULT CreateScriptedSplitter(IUnknown* pOuter, REFIID riid, void** ppv) {
 constexpr char kGeneral[] = "general";
 constexpr char kNablet[] = "nablet";
 
-constexpr CLSID kClsidGeneralSplitter = vc::MakeGuid("96EB1F14-4CC0-4830-9CC3-F064196B2626");
-constexpr CLSID kClsidNabletSplitter = vc::MakeGuid("ECFBFE56-F923-44B6-91D4-C9E3EA04131B");
-
 vc::CVCModule& ScriptedModule() {
   static vc::CVCModule s_module(
-      {{&kClsidGeneralSplitter, "ScriptedSplitter", "Scripted Splitter Class", 1,
+      {{&vc::CLSID_GeneralSplitter, "ScriptedSplitter", "Scripted Splitter Class", 1,
         &CreateScriptedSplitter<kGeneral>},
-       {&kClsidNabletSplitter, "ScriptedMxfSplitter", "Scripted MXF Splitter Class", 2,
-        &CreateScriptedSplitter<kNablet>}},
+       {&vc::CLSID_NabletMxfSplitter, "ScriptedMxfSplitter", "Scripted MXF Splitter Class", 2,
+        &CreateScriptedSplitter<kNablet>},
+       {&vc::CLSID_NVidiaDecoder, "ScriptedNVidiaDecoder", "Scripted NVidia Decoder Class", 3,
+        &CreateScriptedNVidiaDecoder},
+       {&vc::CLSID_QuickSyncDecoder, "ScriptedQuickSyncDecoder", "Scripted QuickSync Decoder Class", 4,
+        &CreateScriptedQuickSyncDecoder},
+       {&vc::CLSID_GeneralDecoder, "ScriptedDecoder", "Scripted Decoder Class", 5, &CreateScriptedGeneralDecoder}},
       [](int) -> std::string { return {}; }, false);
   return s_module;
 }
@@ -272,7 +159,11 @@ vc::CVCModule& ScriptedModule() {
 }  // namespace vctest
 
 VC_EXPORT vctest::IScript* VCTestScript(int nFamily) {
-  return nFamily == 0 ? &vctest::SplitterScript() : nullptr;
+  switch (nFamily) {
+    case 0: return &vctest::SplitterScript();
+    case 1: return &vctest::DecoderScript();
+    default: return nullptr;
+  }
 }
 VC_ENTRY DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
   return vctest::ScriptedModule().GetClassObject(rclsid, riid, ppv);

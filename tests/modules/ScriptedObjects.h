@@ -1,14 +1,17 @@
 // The scripted inner objects of the test module Corvane.Test.Scripted.x64:
-// stand-ins for the inner splitter (and later decoder, encoder and muxer)
-// whose every call a test scripts in advance: deliver this packet, fail with
-// this code, hold the call until the test releases it, block until the
-// object is stopped. A call nobody scripted or allowed answers E_UNEXPECTED
-// and is recorded, and the test fixture fails the test on it.
+// stand-ins for the inner splitter and decoder (and later encoder and muxer)
+// whose every call a test scripts in advance: deliver this packet, make this
+// frame, fail with this code, hold the call until the test releases it,
+// block until the object is stopped. A call nobody scripted or allowed
+// answers E_UNEXPECTED and is recorded, and the test fixture fails the test
+// on it.
 //
 // Steps are queued per call kind, so calls made by a facade's own threads
 // (the splitter's reading thread) and by the test thread need no global
-// order. The script lives in the module; tests reach it through the
-// module's exported VCTestScript.
+// order. A step or allowance may name the class an object was created as
+// (the decoder candidates share one script), and then serves only objects of
+// that class. Each family has its own script in the module (0: splitter,
+// 1: decoder); tests reach it through the module's exported VCTestScript.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +23,7 @@
 namespace vctest {
 
 enum class eCall : int {
-  Create,  // the class factory made an object (text: "general" or "nablet")
+  Create,  // the class factory was asked for an object (text: the class kind, below)
   SplitterOpen,
   SplitterInfoGet,
   SplitterStreamInfoGet,
@@ -28,7 +31,21 @@ enum class eCall : int {
   SplitterPacketGet,
   SplitterStop,
   SplitterClose,
+  DecodeIsSupported,
+  DecodePacket,
+  DecodeAudio,
+  DecodeClose,
   kCount
+};
+
+// The class an object was created as. The splitters record Any; the
+// decoders their candidate class, whose Create text is "nvidia",
+// "quicksync" or "general".
+enum class eClass : int {
+  Any = 0,
+  NVidiaDecoder,
+  QuickSyncDecoder,
+  GeneralDecoder,
 };
 
 inline const char* CallName(eCall call) {
@@ -41,6 +58,10 @@ inline const char* CallName(eCall call) {
     case eCall::SplitterPacketGet: return "SplitterPacketGet";
     case eCall::SplitterStop: return "SplitterStop";
     case eCall::SplitterClose: return "SplitterClose";
+    case eCall::DecodeIsSupported: return "DecodeIsSupported";
+    case eCall::DecodePacket: return "DecodePacket";
+    case eCall::DecodeAudio: return "DecodeAudio";
+    case eCall::DecodeClose: return "DecodeClose";
     case eCall::kCount: break;
   }
   return "?";
@@ -69,6 +90,36 @@ struct Step {
   LONG nStreams = 2;
   LONGLONG rtDuration = 0;
 
+  // Decoder family. A step or allowance with a class serves only objects of
+  // that class.
+  eClass forClass = eClass::Any;
+  // Create, DecodeIsSupported, DecodeAudio, DecodeClose answer hr (Create:
+  // a failure means no object). DecodePacket fails with hr when hr is a
+  // failure; otherwise the packet makes a frame and the call answers S_OK
+  // with the oldest frame waiting, hrNoFrame (S_FALSE) with none yet, and,
+  // draining (no packet) with nothing left,
+  // HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA), the way the general decoder
+  // answers.
+  // Frames wait inside the object until more than nDelay are waiting (a
+  // decoder with delay); bReorder hands them out in start-time order (a
+  // decoder that reorders), else in packet order.
+  int nDelay = 0;
+  bool bReorder = false;
+  // The frame of this packet: the packet's times unless bFrameTimes (then
+  // rtStart and rtEnd), this rate and these K_TIME flags; none at all with
+  // bNoFrame.
+  bool bFrameTimes = false;
+  bool bNoFrame = false;
+  double dblRate = 25.0;
+  LONG eFFlags = 0;
+  // The object's nFailAt-th packet (from 1) and every later one fail with
+  // hrFail, as a decoder that broke down; 0 never.
+  int nFailAt = 0;
+  HRESULT hrFail = E_FAIL;
+  HRESULT hrNoFrame = S_FALSE;
+  // DecodeAudio: the sample count it reports.
+  LONG nSamples = 0;
+
   // A packet step of stream nStream covering [rtStart, rtEnd).
   static Step Packet(LONG nStream, eVCMediaType eType, LONGLONG rtStart, LONGLONG rtEnd, LONG eFlags = 0) {
     Step step;
@@ -87,14 +138,43 @@ struct Step {
     step.wait = wait;
     return step;
   }
+  // A decoder call answered by objects of one class.
+  static Step For(eClass objClass, eCall call, HRESULT hr = S_OK) {
+    Step step = Answer(call, hr);
+    step.forClass = objClass;
+    return step;
+  }
+  // A DecodePacket whose packet makes a frame with these times.
+  static Step Frame(LONGLONG rtStart, LONGLONG rtEnd, double dblRate = 25.0, LONG eFFlags = 0) {
+    Step step = Answer(eCall::DecodePacket, S_OK);
+    step.bFrameTimes = true;
+    step.rtStart = rtStart;
+    step.rtEnd = rtEnd;
+    step.dblRate = dblRate;
+    step.eFFlags = eFFlags;
+    return step;
+  }
 };
 
 struct CallRecord {
   eCall call = eCall::Create;
-  std::string strText;   // path, hints or class kind (UTF-8)
-  LONGLONG llValue = 0;  // segment start, stream index
-  std::string strProps;  // SplitterOpen: the object's property tree as text
+  // Path, hints (also DecodePacket's and DecodeAudio's), class kind, or
+  // DecodeIsSupported: the codec name of the description it was given (UTF-8).
+  std::string strText;
+  // Segment start, stream index, or DecodeIsSupported: the description's media type.
+  LONGLONG llValue = 0;
+  // SplitterOpen, DecodeIsSupported: the object's property tree as text.
+  std::string strProps;
   uint64_t nObject = 0;  // which scripted object was called (numbered from 1 as they are made)
+  // Decoder family.
+  eClass objClass = eClass::Any;
+  bool bPacket = false;                 // a packet came with the call
+  LONGLONG rtStart = 0, rtEnd = 0;      // its times
+  LONG ePacketFlags = 0;                // its K_PACKET_INFO flags
+  // DecodeIsSupported: 1 when the out flag was given; DecodePacket: the
+  // address of the wanted output properties; DecodeAudio: the audio
+  // buffer's address.
+  LONGLONG llArg = 0;
 };
 
 class IScript {
@@ -105,6 +185,9 @@ class IScript {
   // Calls of this kind that no step is queued for answer hr, any number of
   // times (hr may be a failure: the call is then expected to fail).
   virtual void Allow(eCall call, HRESULT hr) = 0;
+  // The same with a whole step (for step.call, and step.forClass only when
+  // it names a class): an allowance for a class wins over one for Any.
+  virtual void AllowStep(const Step& step) = 0;
   // Lets one held call (eWait::UntilReleased) go on.
   virtual void ReleaseHeld() = 0;
   // Waits until a call of this kind is waiting (held or blocked).
@@ -113,7 +196,7 @@ class IScript {
   virtual bool WaitCalls(eCall call, size_t n, uint32_t nMilliseconds) = 0;
   virtual std::vector<CallRecord> Calls() const = 0;
   virtual size_t CallCount(eCall call) const = 0;
-  // "SplitterPacketGet(-1)" lines for calls nobody scripted or allowed.
+  // "SplitterPacketGet( -1)" lines for calls nobody scripted or allowed.
   virtual std::vector<std::string> Unexpected() const = 0;
   // Steps queued and not yet taken.
   virtual size_t Pending() const = 0;
@@ -122,7 +205,8 @@ class IScript {
   ~IScript() = default;
 };
 
-// Exported by the module: the script of one class family (0: splitter).
+// Exported by the module: the script of one class family (0: splitter,
+// 1: decoder); null for any other.
 using PFN_VCTestScript = IScript* (*)(int nFamily);
 
 }  // namespace vctest

@@ -6,7 +6,7 @@
 
 #include "VCCodecsCore.h"
 
-namespace vc::fftest {
+namespace vctest {
 
 class CFrameDouble : public IVCFrame {
  public:
@@ -69,4 +69,4 @@ class CFrameDouble : public IVCFrame {
   virtual ~CFrameDouble() = default;
 };
 
-}  // namespace vc::fftest
+}  // namespace vctest
