@@ -589,8 +589,15 @@ HRESULT CCoVCDecoder::_FallBack(HRESULT hrFailure, IVCPacket* pPacket, LONGLONG 
       }
       CKAutoLock lock(m_csLock);
       m_deqReplay.push_back(cpPacket);
-      // The caller's own packet joins the attach queue on the normal path.
-      if (m_streamInfo.eMediaType == eVCMT_Video && cpPacket.Get() != pPacket) m_deqPackets.push_back(cpPacket);
+      // The caller's own packet joins the attach queue on the normal path;
+      // a packet at or before the latest frame the caller had went out with
+      // that frame already.
+      if (m_streamInfo.eMediaType == eVCMT_Video && cpPacket.Get() != pPacket) {
+        K_TIME time{};
+        cpPacket->PacketTimeGet(&time);
+        if (m_rtLatestOut == VC_TIME_UNSET || time.rtStartTime == VC_TIME_UNSET || time.rtStartTime > m_rtLatestOut)
+          m_deqPackets.push_back(cpPacket);
+      }
       if (cpFrame) _TakeFrame(std::move(cpFrame));
     }
     if (!bFailed) break;
