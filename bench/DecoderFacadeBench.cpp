@@ -32,6 +32,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include "BenchMedia.h"
 #include "FFCommon.h"
 #include "FFPacket.h"
 #include "VCCodecs/VCInnerClasses.h"
@@ -42,26 +43,8 @@ extern "C" {
 
 namespace {
 
-constexpr const char* kFile = "h264_aac_1080p_30s.mp4";
-
-std::string BenchFile() {
-  const char* szDir = std::getenv("VC_BENCH_MEDIA_DIR");
-  return (std::filesystem::path(szDir && *szDir ? szDir : VC_BENCH_MEDIA_DIR) / kFile).string();
-}
-
-class CLogOff {
- public:
-  // The modules keep their own level, read from the environment when they
-  // load: set it before the first creation loads them.
-  CLogOff() : m_nPrev(vc::LogSetLevel(vc::kLogOff)) {
-    setenv("CORVANE_LOG_LEVEL", "off", 0);
-    av_log_set_level(AV_LOG_QUIET);
-  }
-  ~CLogOff() { vc::LogSetLevel(m_nPrev); }
-
- private:
-  int m_nPrev;
-};
+using vcbench::BenchFile;
+using vcbench::CLogOff;
 
 // One stream's packets as the media module's packets, with a description
 // the way a splitter fills it.

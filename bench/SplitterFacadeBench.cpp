@@ -21,6 +21,7 @@ extern "C" {
 #include <string>
 
 #include "VCCodecs/VCCodecsBase.h"
+#include "BenchMedia.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
 #include "VCLog.h"
@@ -28,26 +29,8 @@ extern "C" {
 
 namespace {
 
-constexpr const char* kFile = "h264_aac_1080p_30s.mp4";
-
-std::string BenchFile() {
-  const char* szDir = std::getenv("VC_BENCH_MEDIA_DIR");
-  return (std::filesystem::path(szDir && *szDir ? szDir : VC_BENCH_MEDIA_DIR) / kFile).string();
-}
-
-class CLogOff {
- public:
-  // The modules keep their own level, read from the environment when they
-  // load: set it before the first creation loads them.
-  CLogOff() : m_nPrev(vc::LogSetLevel(vc::kLogOff)) {
-    setenv("CORVANE_LOG_LEVEL", "off", 0);
-    av_log_set_level(AV_LOG_QUIET);
-  }
-  ~CLogOff() { vc::LogSetLevel(m_nPrev); }
-
- private:
-  int m_nPrev;
-};
+using vcbench::BenchFile;
+using vcbench::CLogOff;
 
 // Opens the file through a new facade and asks for every stream from 0.
 vc::ComPtr<IVCSplitter> OpenFacade(const std::string& strPath) {

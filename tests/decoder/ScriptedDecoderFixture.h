@@ -21,6 +21,7 @@
 #include "VCComPtr.h"
 #include "VCLog.h"
 #include "VCStrings.h"
+#include "modules/ScriptedModuleUse.h"
 #include "modules/ScriptedObjects.h"
 
 namespace vctest {
@@ -41,13 +42,7 @@ class ScriptedDecoderTest : public ::testing::Test {
   static constexpr const char* kAbsent = "(absent)";
 
   static IScript* Script() {
-    static IScript* s_pScript = [] {
-      const vc::String strPath = vc::FromUtf8(ModulePathInBin("Corvane.Test.Scripted.x64"));
-      HMODULE hModule = LoadLibraryW(reinterpret_cast<LPCWSTR>(strPath.c_str()));
-      if (!hModule) return static_cast<IScript*>(nullptr);
-      auto pfn = reinterpret_cast<PFN_VCTestScript>(reinterpret_cast<void*>(GetProcAddress(hModule, "VCTestScript")));
-      return pfn ? pfn(1) : nullptr;
-    }();
+    static IScript* s_pScript = LoadScript(1);
     return s_pScript;
   }
 
@@ -57,11 +52,9 @@ class ScriptedDecoderTest : public ::testing::Test {
     m_pScript->Reset();
     m_pScript->Allow(eCall::Create, S_OK);
     m_pScript->Allow(eCall::DecodeClose, S_OK);
-    const std::string strModule = ModulePathInBin("Corvane.Test.Scripted.x64");
     for (const char* szClsid : kClasses) {
-      const std::string strKey = std::string("CLSID\\") + szClsid + "\\InprocServer32";
-      ASSERT_TRUE(RegWriteString(HKEY_CLASSES_ROOT, strKey, nullptr, strModule));
-      ASSERT_TRUE(RegWriteString(HKEY_CLASSES_ROOT, strKey, "ThreadingModel", "Both"));
+      RegisterScripted(szClsid);
+      if (HasFatalFailure()) return;
     }
     ASSERT_EQ(vc::CreateObject<vc::CCoVCDecoder>(nullptr, vc::IidOf<IVCDecoder>(),
                                                  reinterpret_cast<void**>(m_cpDecoder.AddressOf())),
@@ -83,7 +76,7 @@ class ScriptedDecoderTest : public ::testing::Test {
     if (m_cpDecoder) m_cpDecoder->DecodeClose();
     m_cpProps = nullptr;
     m_cpDecoder = nullptr;
-    for (const char* szClsid : kClasses) RegRemoveTree(HKEY_CLASSES_ROOT, std::string("CLSID\\") + szClsid);
+    for (const char* szClsid : kClasses) UnregisterScripted(szClsid);
   }
 
   // --- Streams and packets ---

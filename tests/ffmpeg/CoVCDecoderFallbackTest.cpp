@@ -21,6 +21,7 @@
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCComPtr.h"
 #include "VCStrings.h"
+#include "modules/ScriptedModuleUse.h"
 #include "modules/ScriptedObjects.h"
 
 namespace {
@@ -33,14 +34,7 @@ constexpr const char* kMedia = "h264_aac.mp4";
 constexpr int kFailingPacket = 40;  // the stand-in's 40th packet, index 39
 
 vctest::IScript* DecoderScript() {
-  static vctest::IScript* s_pScript = [] {
-    const vc::String strPath = vc::FromUtf8(vctest::ModulePathInBin("Corvane.Test.Scripted.x64"));
-    HMODULE hModule = LoadLibraryW(reinterpret_cast<LPCWSTR>(strPath.c_str()));
-    if (!hModule) return static_cast<vctest::IScript*>(nullptr);
-    auto pfn = reinterpret_cast<vctest::PFN_VCTestScript>(
-        reinterpret_cast<void*>(GetProcAddress(hModule, "VCTestScript")));
-    return pfn ? pfn(1) : nullptr;
-  }();
+  static vctest::IScript* s_pScript = vctest::LoadScript(1);
   return s_pScript;
 }
 
@@ -63,10 +57,8 @@ class FFDecoderFallbackTest : public ::testing::Test {
     decode.bReorder = true;
     decode.nFailAt = kFailingPacket;
     m_pScript->AllowStep(decode);
-    const std::string strKey = std::string("CLSID\\") + kNVidia + "\\InprocServer32";
-    ASSERT_TRUE(vctest::RegWriteString(HKEY_CLASSES_ROOT, strKey, nullptr,
-                                       vctest::ModulePathInBin("Corvane.Test.Scripted.x64")));
-    ASSERT_TRUE(vctest::RegWriteString(HKEY_CLASSES_ROOT, strKey, "ThreadingModel", "Both"));
+    vctest::RegisterScripted(kNVidia);
+    if (HasFatalFailure()) return;
 
     ASSERT_TRUE(m_source.Open(vc::fftest::MediaPath(kMedia), AVMEDIA_TYPE_VIDEO));
     m_vecPackets = m_source.ReadAll();
@@ -86,7 +78,7 @@ class FFDecoderFallbackTest : public ::testing::Test {
     }
     if (m_cpDecoder) m_cpDecoder->DecodeClose();
     m_cpDecoder = nullptr;
-    vctest::RegRemoveTree(HKEY_CLASSES_ROOT, std::string("CLSID\\") + kNVidia);
+    vctest::UnregisterScripted(kNVidia);
   }
 
   HRESULT Accept() {

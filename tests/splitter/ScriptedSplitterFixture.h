@@ -11,6 +11,7 @@
 #include "CoVCSplitter.h"
 #include "TestEnvironment.h"
 #include "VCComPtr.h"
+#include "modules/ScriptedModuleUse.h"
 #include "modules/ScriptedObjects.h"
 
 namespace vctest {
@@ -21,13 +22,7 @@ inline constexpr LONGLONG kSec = 10000000;
 class ScriptedSplitterTest : public ::testing::Test {
  protected:
   static IScript* Script() {
-    static IScript* s_pScript = [] {
-      const vc::String strPath = vc::FromUtf8(ModulePathInBin("Corvane.Test.Scripted.x64"));
-      HMODULE hModule = LoadLibraryW(reinterpret_cast<LPCWSTR>(strPath.c_str()));
-      if (!hModule) return static_cast<IScript*>(nullptr);
-      auto pfn = reinterpret_cast<PFN_VCTestScript>(reinterpret_cast<void*>(GetProcAddress(hModule, "VCTestScript")));
-      return pfn ? pfn(0) : nullptr;
-    }();
+    static IScript* s_pScript = LoadScript(0);
     return s_pScript;
   }
 
@@ -38,11 +33,9 @@ class ScriptedSplitterTest : public ::testing::Test {
     m_pScript->Allow(eCall::Create, S_OK);
     m_pScript->Allow(eCall::SplitterStop, S_OK);   // every close stops the inner splitter
     m_pScript->Allow(eCall::SplitterClose, S_OK);  // and closes it (a new open closes the old source)
-    const std::string strModule = ModulePathInBin("Corvane.Test.Scripted.x64");
     for (const char* szClsid : {kGeneral, kNablet}) {
-      const std::string strKey = std::string("CLSID\\") + szClsid + "\\InprocServer32";
-      ASSERT_TRUE(RegWriteString(HKEY_CLASSES_ROOT, strKey, nullptr, strModule));
-      ASSERT_TRUE(RegWriteString(HKEY_CLASSES_ROOT, strKey, "ThreadingModel", "Both"));
+      RegisterScripted(szClsid);
+      if (HasFatalFailure()) return;
     }
     ASSERT_EQ(vc::CreateObject<vc::CCoVCSplitter>(nullptr, vc::IidOf<IVCSplitter>(),
                                                   reinterpret_cast<void**>(m_cpSplitter.AddressOf())),
@@ -66,7 +59,7 @@ class ScriptedSplitterTest : public ::testing::Test {
     }
     if (m_cpSplitter) m_cpSplitter->SplitterClose();
     m_cpSplitter = nullptr;
-    for (const char* szClsid : {kGeneral, kNablet}) RegRemoveTree(HKEY_CLASSES_ROOT, std::string("CLSID\\") + szClsid);
+    for (const char* szClsid : {kGeneral, kNablet}) UnregisterScripted(szClsid);
   }
 
   // Opens path through a scripted open that answers hr.
