@@ -30,4 +30,8 @@ inline constexpr CLSID CLSID_AMDEncoder = MakeGuid("D5506CCF-973E-4C01-A25F-A455
 // Muxer: the general one.
 inline constexpr CLSID CLSID_GeneralMuxer = MakeGuid("96EB1F23-4CC0-4830-9CC3-F064196B2626");
 
+// The frame converter the encoder facade converts input frames with
+// (IVCConverter, VCConverter.h).
+inline constexpr CLSID CLSID_VCConverter = MakeGuid("0792B97B-E4CB-4140-B848-EE96C6660837");
+
 }  // namespace vc
