@@ -5,7 +5,6 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/dict.h>
-#include <libswresample/swresample.h>
 }
 
 #include <algorithm>
@@ -13,6 +12,7 @@ extern "C" {
 
 #include "FFAudioBufferFormat.h"
 #include "FFCommon.h"
+#include "FFConvert.h"
 #include "FFPointers.h"
 #include "VCLog.h"
 
@@ -119,36 +119,25 @@ HRESULT DecodeAudioFile(const std::string& strPath, const K_AUD_PROPS* pRawProps
   AvFramePtr spFrame(av_frame_alloc());
   AvPacketPtr spPacket(av_packet_alloc());
   if (!spFrame || !spPacket) return E_OUTOFMEMORY;
-  SwrContextPtr spSwr;
+  CFFAudioConverter converter;
   std::vector<uint8_t> vecConverted;
   CCollector collector(llOffset, llCount, pOut);
 
-  // Converts one decoded frame; the converter is made for the first frame,
-  // whose layout and format are the ones that count.
+  // Converts one decoded frame; the converter is set up for the first
+  // frame, whose layout and format are the ones that count.
   auto convert = [&](const AVFrame* pFrame) -> int {
-    if (!spSwr) {
+    if (!converter.IsSetUp()) {
       // The same layout on both sides: the converter only changes the
       // sample format and interleaves.
-      AVChannelLayout layout{};
-      int nRet = av_channel_layout_copy(&layout, &pFrame->ch_layout);
-      SwrContext* pSwr = nullptr;
-      if (nRet >= 0)
-        nRet = swr_alloc_set_opts2(&pSwr, &layout, eOut, pFrame->sample_rate, &layout,
-                                   static_cast<AVSampleFormat>(pFrame->format), pFrame->sample_rate, 0, nullptr);
-      av_channel_layout_uninit(&layout);
-      if (nRet >= 0) nRet = swr_init(pSwr);
-      if (nRet < 0) {
-        swr_free(&pSwr);
-        return nRet;
-      }
-      spSwr.reset(pSwr);
+      const int nRet = converter.Setup(static_cast<AVSampleFormat>(pFrame->format), pFrame->ch_layout,
+                                       pFrame->sample_rate, eOut, pFrame->ch_layout, pFrame->sample_rate);
+      if (nRet < 0) return nRet;
     }
-    const int nMax = swr_get_out_samples(spSwr.get(), pFrame->nb_samples);
+    const int nMax = converter.MaxOutput(pFrame->nb_samples);
     if (nMax < 0) return nMax;
     vecConverted.resize(static_cast<size_t>(nMax) * BlockAlign(pOut->props));
     uint8_t* pbOut = vecConverted.data();
-    const int nGot = swr_convert(spSwr.get(), &pbOut, nMax, const_cast<const uint8_t**>(pFrame->extended_data),
-                                 pFrame->nb_samples);
+    const int nGot = converter.ConvertRaw(pFrame->extended_data, pFrame->nb_samples, &pbOut, nMax);
     if (nGot > 0) collector.Add(vecConverted.data(), nGot);
     return nGot < 0 ? nGot : 0;
   };

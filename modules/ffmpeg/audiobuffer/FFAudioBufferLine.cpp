@@ -2,7 +2,6 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
-#include <libswresample/swresample.h>
 }
 
 #include <algorithm>
@@ -28,7 +27,7 @@ HRESULT CAudioLine::SetProps(const K_AUD_PROPS& props, bool bReset) {
     m_vecData.clear();
     m_cbFront = 0;
     m_rtAnchor = VC_TIME_UNSET;
-    m_spSwr.reset();
+    m_resampler.Reset();
     m_props = props;
     m_bHasProps = true;
     return S_OK;
@@ -200,51 +199,46 @@ void CAudioLine::SetStartTime(LONGLONG rtStart) {
 HRESULT CAudioLine::_Resample(const std::vector<int32_t>& vecIn, size_t nIn, LONG nInRate, bool bFlush,
                               std::vector<int32_t>* pvecOut, size_t* pnOut) {
   *pnOut = 0;
-  if (m_spSwr && m_nSwrInRate != nInRate) {
+  if (m_resampler.IsSetUp() && m_resampler.InRate() != nInRate) {
     HRESULT hr = _FlushResampler();
     if (FAILED(hr)) return hr;
   }
   const int nCh = m_props.nChannels;
-  if (!m_spSwr) {
+  if (!m_resampler.IsSetUp()) {
     // Channels were already paired, so both sides have the same layout and
-    // the context only resamples.
+    // the converter only resamples.
     AVChannelLayout layout{};
     av_channel_layout_default(&layout, nCh);
-    SwrContext* pSwr = nullptr;
-    int nErr = swr_alloc_set_opts2(&pSwr, &layout, AV_SAMPLE_FMT_S32, m_props.nSamplesPerSec, &layout,
-                                   AV_SAMPLE_FMT_S32, nInRate, 0, nullptr);
+    const int nErr = m_resampler.Setup(AV_SAMPLE_FMT_S32, layout, nInRate, AV_SAMPLE_FMT_S32, layout,
+                                       m_props.nSamplesPerSec);
     av_channel_layout_uninit(&layout);
-    if (nErr >= 0) nErr = swr_init(pSwr);
     if (nErr < 0) {
-      swr_free(&pSwr);
       VC_LOG(eVCLL_Error, "Resampler %d -> %d Hz, %d channel(s): %s\n", nInRate, m_props.nSamplesPerSec, nCh,
              AvErrorText(nErr).c_str());
       return AvErrorToHr(nErr);
     }
-    m_spSwr.reset(pSwr);
-    m_nSwrInRate = nInRate;
   }
   if (nIn > static_cast<size_t>(INT_MAX)) return E_INVALIDARG;
-  const int nMax = swr_get_out_samples(m_spSwr.get(), static_cast<int>(nIn));
+  const int nMax = m_resampler.MaxOutput(static_cast<int>(nIn));
   if (nMax < 0) return AvErrorToHr(nMax);
   pvecOut->assign(static_cast<size_t>(nMax) * static_cast<size_t>(nCh) + static_cast<size_t>(nCh), 0);
   const auto* pIn = reinterpret_cast<const uint8_t*>(vecIn.data());
   auto* pOut = reinterpret_cast<uint8_t*>(pvecOut->data());
-  const int nOut = swr_convert(m_spSwr.get(), &pOut, nMax + 1, nIn ? &pIn : nullptr, static_cast<int>(nIn));
+  const int nOut = m_resampler.ConvertRaw(nIn ? &pIn : nullptr, static_cast<int>(nIn), &pOut, nMax + 1);
   if (nOut < 0) {
-    VC_LOG(eVCLL_Error, "swr_convert: %s\n", AvErrorText(nOut).c_str());
+    VC_LOG(eVCLL_Error, "resampling: %s\n", AvErrorText(nOut).c_str());
     return AvErrorToHr(nOut);
   }
   *pnOut = static_cast<size_t>(nOut);
-  if (bFlush) m_spSwr.reset();
+  if (bFlush) m_resampler.Reset();
   return S_OK;
 }
 
 HRESULT CAudioLine::_FlushResampler() {
-  if (!m_spSwr) return S_OK;
+  if (!m_resampler.IsSetUp()) return S_OK;
   std::vector<int32_t> vecOut;
   size_t nOut = 0;
-  const HRESULT hr = _Resample({}, 0, m_nSwrInRate, true, &vecOut, &nOut);
+  const HRESULT hr = _Resample({}, 0, m_resampler.InRate(), true, &vecOut, &nOut);
   _Append(vecOut.data(), nOut);
   return hr;
 }

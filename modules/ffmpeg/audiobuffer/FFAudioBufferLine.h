@@ -32,9 +32,7 @@
 #include <vector>
 
 #include "FFAudioBufferFormat.h"
-#include "FFPointers.h"
-
-struct SwrContext;
+#include "FFConvert.h"
 
 namespace vc::ff::abuf {
 
@@ -125,8 +123,7 @@ class CAudioLine {
   LONGLONG m_rtMinDiff = 0;
   LONGLONG m_rtMaxDiff = 0;
 
-  SwrContextPtr m_spSwr;
-  LONG m_nSwrInRate = 0;
+  CFFAudioConverter m_resampler;  // set up for the rate of the input being resampled
 };
 
 }  // namespace vc::ff::abuf

@@ -14,7 +14,7 @@
 #include <memory>
 #include <mutex>
 
-#include "FFDecoderConvert.h"
+#include "FFConvert.h"
 #include "VCCodecsCore.h"
 #include "VCConverter.h"
 #include "VCObject.h"

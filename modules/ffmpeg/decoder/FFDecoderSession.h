@@ -15,7 +15,7 @@ extern "C" {
 #include <deque>
 #include <memory>
 
-#include "FFDecoderConvert.h"
+#include "FFConvert.h"
 #include "FFPointers.h"
 #include "VCCodecsCore.h"
 

@@ -1,9 +1,12 @@
-// Brings decoded FFmpeg frames into the form the decoders hand out: pictures
-// into a wanted pixel format and size (libswscale), sample blocks into
-// interleaved 16- or 32-bit PCM at a wanted rate and channel count
-// (libswresample). Each converter keeps its conversion context between calls
-// and rebuilds it when the source changes. Used by one decoder session, on
-// the thread that drives it; not synchronised.
+// The module's one conversion component: every picture scaling and pixel
+// format change goes through CFFVideoConverter (libswscale), every sample
+// format, channel and rate change through CFFAudioConverter
+// (libswresample). The decoders bring decoded frames into the wanted form
+// with them, the frame object scales and resamples with them
+// (FFFrameScale), the audio buffer resamples its lines and reads files with
+// them, and the converter class keeps one per channel. Each converter keeps
+// its context between calls and rebuilds it when the source changes. Used
+// by one owner at a time; not synchronised.
 #pragma once
 
 extern "C" {
@@ -12,12 +15,10 @@ extern "C" {
 #include <libavutil/samplefmt.h>
 }
 
+#include <cstdint>
 #include <memory>
 
 #include "FFPointers.h"
-
-struct SwsContext;
-struct SwrContext;
 
 namespace vc::ff {
 
@@ -45,6 +46,23 @@ class CFFVideoConverter {
   // properties (times, picture type, colour description) copied. 0 or an
   // AVERROR; AVERROR(EINVAL) for a pixel format libswscale cannot write.
   int Convert(const AVFrame& src, const CVideoTarget& target, AVFrame* pDst);
+
+  // What every picture conversion of the module comes down to: planes of
+  // one format and size scaled into planes of another, with the colour
+  // matrices and ranges given (AVCOL_SPC_UNSPECIFIED: BT.601). The context
+  // is kept for the next call with the same geometry. nFlags: SWS_* flags.
+  // 0 or an AVERROR.
+  struct CPlanes {
+    const uint8_t* const* ppData = nullptr;
+    const int* pLinesize = nullptr;
+    int nWidth = 0;
+    int nHeight = 0;
+    AVPixelFormat eFmt = AV_PIX_FMT_NONE;
+    AVColorSpace eSpace = AVCOL_SPC_UNSPECIFIED;
+    bool bFullRange = false;
+  };
+  int Scale(const CPlanes& src, uint8_t* const* ppDst, const int* pDstLinesize, int nDstWidth, int nDstHeight,
+            AVPixelFormat eDstFmt, AVColorSpace eDstSpace, bool bDstFullRange, int nFlags);
 
  private:
   SwsContextPtr m_spSws;
@@ -74,6 +92,21 @@ class CFFAudioConverter {
   int Flush(AVFrame* pDst);
   // Drops held samples (a seek).
   void Reset();
+
+  // Raw use, for callers that keep their samples in their own buffers: set
+  // the formats (the context is rebuilt only when they change; held
+  // samples of the old one are dropped), then convert blocks of interleaved
+  // or planar samples. 0 or an AVERROR.
+  int Setup(AVSampleFormat eInFmt, const AVChannelLayout& inLayout, int nInRate, AVSampleFormat eOutFmt,
+            const AVChannelLayout& outLayout, int nOutRate);
+  bool IsSetUp() const { return m_spSwr != nullptr; }
+  int InRate() const { return m_nInRate; }
+  // The most samples the next ConvertRaw of nInSamples can give (held ones
+  // included), or an AVERROR.
+  int MaxOutput(int nInSamples) const;
+  // Converts nInSamples at ppIn (null and 0: hands out the held samples)
+  // into at most nOutMax at ppOut; the samples written or an AVERROR.
+  int ConvertRaw(const uint8_t* const* ppIn, int nInSamples, uint8_t* const* ppOut, int nOutMax);
 
  private:
   int _Prepare(const AVFrame& src, const CAudioTarget& target);

@@ -3,14 +3,14 @@
 extern "C" {
 #include <libavutil/imgutils.h>
 #include <libavutil/pixdesc.h>
-#include <libswresample/swresample.h>
-#include <libswscale/swscale.h>
+#include <libswscale/swscale.h>  // the SWS_ flags
 }
 
 #include <algorithm>
 #include <memory>
 
 #include "FFCommon.h"
+#include "FFConvert.h"
 #include "FFFormats.h"
 #include "FFPointers.h"
 #include "VCLog.h"
@@ -129,25 +129,24 @@ HRESULT ScaleInto(const VideoView& src, AVFrame* pDst, int nX, int nY, int nWidt
                   nWidth, nHeight);
     return S_OK;
   }
+  // Frame edits are one-offs: quality over speed, and full chroma both ways.
   const int nFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
-  SwsContextPtr spSws(sws_getContext(src.nWidth, src.nHeight, src.eFmt, nWidth, nHeight,
-                                                             eDstFmt, nFlags, nullptr, nullptr, nullptr));
-  if (!spSws) {
-    VC_LOG(eVCLL_Error, "sws_getContext(%s %dx%d -> %s %dx%d) FAILED hr=%08X\n", av_get_pix_fmt_name(src.eFmt),
-           src.nWidth, src.nHeight, av_get_pix_fmt_name(eDstFmt), nWidth, nHeight, E_INVALIDARG);
-    return E_INVALIDARG;
-  }
-  const int nSrcSpace = src.eSpace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : src.eSpace;
-  const int nDstSpace = pDst->colorspace == AVCOL_SPC_UNSPECIFIED ? nSrcSpace : pDst->colorspace;
-  const int nSrcFull = src.eRange == AVCOL_RANGE_JPEG || IsRgbLike(src.eFmt) ? 1 : 0;
-  const int nDstFull = pDst->color_range == AVCOL_RANGE_JPEG || IsRgbLike(eDstFmt) ? 1 : 0;
-  sws_setColorspaceDetails(spSws.get(), sws_getCoefficients(nSrcSpace), nSrcFull, sws_getCoefficients(nDstSpace),
-                           nDstFull, 0, 1 << 16, 1 << 16);
-  const int nRows = sws_scale(spSws.get(), src.arrData, src.arrLinesize, 0, src.nHeight, arrDst, pDst->linesize);
-  if (nRows <= 0) {
-    VC_LOG(eVCLL_Error, "sws_scale(%s -> %s) FAILED ret=%d\n", av_get_pix_fmt_name(src.eFmt),
-           av_get_pix_fmt_name(eDstFmt), nRows);
-    return E_FAIL;
+  CFFVideoConverter converter;
+  CFFVideoConverter::CPlanes planes;
+  planes.ppData = src.arrData;
+  planes.pLinesize = src.arrLinesize;
+  planes.nWidth = src.nWidth;
+  planes.nHeight = src.nHeight;
+  planes.eFmt = src.eFmt;
+  planes.eSpace = src.eSpace;
+  planes.bFullRange = src.eRange == AVCOL_RANGE_JPEG || IsRgbLike(src.eFmt);
+  const AVColorSpace eDstSpace = pDst->colorspace == AVCOL_SPC_UNSPECIFIED ? src.eSpace : pDst->colorspace;
+  const bool bDstFull = pDst->color_range == AVCOL_RANGE_JPEG || IsRgbLike(eDstFmt);
+  const int nErr = converter.Scale(planes, arrDst, pDst->linesize, nWidth, nHeight, eDstFmt, eDstSpace, bDstFull, nFlags);
+  if (nErr < 0) {
+    VC_LOG(eVCLL_Error, "scale %s %dx%d -> %s %dx%d FAILED %s\n", av_get_pix_fmt_name(src.eFmt), src.nWidth,
+           src.nHeight, av_get_pix_fmt_name(eDstFmt), nWidth, nHeight, AvErrorText(nErr).c_str());
+    return nErr == AVERROR(EINVAL) ? E_INVALIDARG : AvErrorToHr(nErr);
   }
   return S_OK;
 }
@@ -200,34 +199,31 @@ HRESULT ResampleAudio(const AVFrame* pSrc, AVSampleFormat eDstFmt, int nDstRate,
   } else if (av_channel_layout_copy(&srcLayout, &pSrc->ch_layout) < 0) {
     return E_OUTOFMEMORY;
   }
-  SwrContext* pRaw = nullptr;
-  int nErr = swr_alloc_set_opts2(&pRaw, const_cast<AVChannelLayout*>(&dstLayout), eDstFmt, nDstRate, &srcLayout,
-                                 static_cast<AVSampleFormat>(pSrc->format), pSrc->sample_rate, 0, nullptr);
+  CFFAudioConverter converter;
+  int nErr = converter.Setup(static_cast<AVSampleFormat>(pSrc->format), srcLayout, pSrc->sample_rate, eDstFmt,
+                             dstLayout, nDstRate);
   av_channel_layout_uninit(&srcLayout);
-  SwrContextPtr spSwr(pRaw);
-  if (nErr >= 0) nErr = swr_init(spSwr.get());
   if (nErr < 0) {
-    VC_LOG(eVCLL_Error, "swr_init(%s %d Hz -> %s %d Hz) FAILED %s\n",
+    VC_LOG(eVCLL_Error, "resampler %s %d Hz -> %s %d Hz FAILED %s\n",
            av_get_sample_fmt_name(static_cast<AVSampleFormat>(pSrc->format)), pSrc->sample_rate,
            av_get_sample_fmt_name(eDstFmt), nDstRate, AvErrorText(nErr).c_str());
     return AvErrorToHr(nErr);
   }
-  const int nCapacity = swr_get_out_samples(spSwr.get(), pSrc->nb_samples) + 64;
+  const int nCapacity = converter.MaxOutput(pSrc->nb_samples) + 64;
   AvFramePtr spDst;
   HRESULT hr = AllocAudio(eDstFmt, dstLayout.nb_channels, nDstRate, nCapacity, &spDst);
   if (FAILED(hr)) return hr;
   if (av_channel_layout_copy(&spDst->ch_layout, &dstLayout) < 0) return E_OUTOFMEMORY;
   const int nFrameBytes = av_get_bytes_per_sample(eDstFmt) * dstLayout.nb_channels;
   uint8_t* pOutPtr = spDst->data[0];
-  int nDone = swr_convert(spSwr.get(), &pOutPtr, nCapacity, const_cast<const uint8_t**>(pSrc->extended_data),
-                          pSrc->nb_samples);
+  int nDone = converter.ConvertRaw(pSrc->extended_data, pSrc->nb_samples, &pOutPtr, nCapacity);
   if (nDone >= 0) {
     pOutPtr = spDst->data[0] + static_cast<ptrdiff_t>(nDone) * nFrameBytes;
-    const int nTail = swr_convert(spSwr.get(), &pOutPtr, nCapacity - nDone, nullptr, 0);
+    const int nTail = converter.ConvertRaw(nullptr, 0, &pOutPtr, nCapacity - nDone);
     nDone = nTail < 0 ? nTail : nDone + nTail;
   }
   if (nDone < 0) {
-    VC_LOG(eVCLL_Error, "swr_convert FAILED %s\n", AvErrorText(nDone).c_str());
+    VC_LOG(eVCLL_Error, "resampling FAILED %s\n", AvErrorText(nDone).c_str());
     return AvErrorToHr(nDone);
   }
   spDst->nb_samples = nDone;

@@ -1,8 +1,8 @@
-// Pixel and sample work of the frame object done by FFmpeg: scaling and
-// pixel-format conversion through libswscale, resampling and sample-format
-// conversion through libswresample, and the views (a field, a rectangle) that
-// cutting and field-wise resizing read from. Each call makes its own
-// context and frees it before returning; any thread.
+// The frame object's pixel and sample work: scaling and pixel-format
+// conversion, resampling and sample-format conversion (all through the
+// module's conversion component, FFConvert.h), and the views (a field, a
+// rectangle) that cutting and field-wise resizing read from. Each call
+// converts on its own; any thread.
 #pragma once
 
 extern "C" {

@@ -1,4 +1,4 @@
-#include "FFDecoderConvert.h"
+#include "FFConvert.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -23,16 +23,6 @@ int CFFVideoConverter::Convert(const AVFrame& src, const CVideoTarget& target, A
   if (src.width <= 0 || src.height <= 0) return AVERROR(EINVAL);
   if (!sws_isSupportedInput(eSrcFmt) || !sws_isSupportedOutput(eDstFmt)) return AVERROR(EINVAL);
 
-  SwsContext* pSws = sws_getCachedContext(m_spSws.release(), src.width, src.height, eSrcFmt, nDstWidth, nDstHeight,
-                                          eDstFmt, SWS_BICUBIC, nullptr, nullptr, nullptr);
-  m_spSws.reset(pSws);
-  if (!pSws) return AVERROR(EINVAL);
-  // Without this libswscale assumes BT.601 limited range for every source.
-  const int nColorspace = src.colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : src.colorspace;
-  const int* pCoefficients = sws_getCoefficients(nColorspace);
-  const int nSrcFull = src.color_range == AVCOL_RANGE_JPEG ? 1 : 0;
-  sws_setColorspaceDetails(pSws, pCoefficients, nSrcFull, pCoefficients, nSrcFull, 0, 1 << 16, 1 << 16);
-
   pDst->format = eDstFmt;
   pDst->width = nDstWidth;
   pDst->height = nDstHeight;
@@ -40,8 +30,33 @@ int CFFVideoConverter::Convert(const AVFrame& src, const CVideoTarget& target, A
   if (nErr < 0) return nErr;
   nErr = av_frame_copy_props(pDst, &src);
   if (nErr < 0) return nErr;
-  nErr = sws_scale(pSws, src.data, src.linesize, 0, src.height, pDst->data, pDst->linesize);
-  return nErr < 0 ? nErr : 0;
+  // Without the colour details libswscale assumes BT.601 limited range for
+  // every source; the decoder keeps the source's matrix and range.
+  CPlanes planes;
+  planes.ppData = src.data;
+  planes.pLinesize = src.linesize;
+  planes.nWidth = src.width;
+  planes.nHeight = src.height;
+  planes.eFmt = eSrcFmt;
+  planes.eSpace = src.colorspace;
+  planes.bFullRange = src.color_range == AVCOL_RANGE_JPEG;
+  return Scale(planes, pDst->data, pDst->linesize, nDstWidth, nDstHeight, eDstFmt, src.colorspace, planes.bFullRange,
+               SWS_BICUBIC);
+}
+
+int CFFVideoConverter::Scale(const CPlanes& src, uint8_t* const* ppDst, const int* pDstLinesize, int nDstWidth,
+                             int nDstHeight, AVPixelFormat eDstFmt, AVColorSpace eDstSpace, bool bDstFullRange,
+                             int nFlags) {
+  SwsContext* pSws = sws_getCachedContext(m_spSws.release(), src.nWidth, src.nHeight, src.eFmt, nDstWidth,
+                                          nDstHeight, eDstFmt, nFlags, nullptr, nullptr, nullptr);
+  m_spSws.reset(pSws);
+  if (!pSws) return AVERROR(EINVAL);
+  const int nSrcSpace = src.eSpace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : src.eSpace;
+  const int nDstSpace = eDstSpace == AVCOL_SPC_UNSPECIFIED ? nSrcSpace : eDstSpace;
+  sws_setColorspaceDetails(pSws, sws_getCoefficients(nSrcSpace), src.bFullRange ? 1 : 0,
+                           sws_getCoefficients(nDstSpace), bDstFullRange ? 1 : 0, 0, 1 << 16, 1 << 16);
+  const int nRows = sws_scale(pSws, src.ppData, src.pLinesize, 0, src.nHeight, ppDst, pDstLinesize);
+  return nRows < 0 ? nRows : nRows == 0 ? AVERROR(EINVAL) : 0;
 }
 
 // ---- sample blocks ----
@@ -82,26 +97,7 @@ int CFFAudioConverter::_Prepare(const AVFrame& src, const CAudioTarget& target) 
                      target.eSampleFmt == m_eOutFmt && nOutRate == m_nOutRate &&
                      !av_channel_layout_compare(&inLayout, &m_inLayout) &&
                      !av_channel_layout_compare(&outLayout, &m_outLayout);
-  if (nErr >= 0 && !bSame) {
-    m_spSwr.reset();
-    SwrContext* pSwr = nullptr;
-    nErr = swr_alloc_set_opts2(&pSwr, &outLayout, target.eSampleFmt, nOutRate, &inLayout, eInFmt, src.sample_rate, 0,
-                               nullptr);
-    if (nErr >= 0) nErr = swr_init(pSwr);
-    if (nErr < 0) {
-      swr_free(&pSwr);
-    } else {
-      m_spSwr.reset(pSwr);
-      m_eInFmt = eInFmt;
-      m_nInRate = src.sample_rate;
-      m_eOutFmt = target.eSampleFmt;
-      m_nOutRate = nOutRate;
-      av_channel_layout_uninit(&m_inLayout);
-      av_channel_layout_uninit(&m_outLayout);
-      std::swap(m_inLayout, inLayout);
-      std::swap(m_outLayout, outLayout);
-    }
-  }
+  if (nErr >= 0 && !bSame) nErr = Setup(eInFmt, inLayout, src.sample_rate, target.eSampleFmt, outLayout, nOutRate);
   av_channel_layout_uninit(&inLayout);
   av_channel_layout_uninit(&outLayout);
   return nErr;
@@ -155,6 +151,43 @@ int CFFAudioConverter::Flush(AVFrame* pDst) {
   }
   pDst->nb_samples = nOut;
   return 0;
+}
+
+int CFFAudioConverter::Setup(AVSampleFormat eInFmt, const AVChannelLayout& inLayout, int nInRate,
+                             AVSampleFormat eOutFmt, const AVChannelLayout& outLayout, int nOutRate) {
+  if (m_spSwr && eInFmt == m_eInFmt && nInRate == m_nInRate && eOutFmt == m_eOutFmt && nOutRate == m_nOutRate &&
+      !av_channel_layout_compare(&inLayout, &m_inLayout) && !av_channel_layout_compare(&outLayout, &m_outLayout))
+    return 0;
+  m_spSwr.reset();
+  SwrContext* pSwr = nullptr;
+  int nErr = swr_alloc_set_opts2(&pSwr, const_cast<AVChannelLayout*>(&outLayout), eOutFmt, nOutRate,
+                                 const_cast<AVChannelLayout*>(&inLayout), eInFmt, nInRate, 0, nullptr);
+  if (nErr >= 0) nErr = swr_init(pSwr);
+  if (nErr < 0) {
+    swr_free(&pSwr);
+    return nErr;
+  }
+  m_spSwr.reset(pSwr);
+  m_eInFmt = eInFmt;
+  m_nInRate = nInRate;
+  m_eOutFmt = eOutFmt;
+  m_nOutRate = nOutRate;
+  av_channel_layout_uninit(&m_inLayout);
+  av_channel_layout_uninit(&m_outLayout);
+  nErr = av_channel_layout_copy(&m_inLayout, &inLayout);
+  if (nErr >= 0) nErr = av_channel_layout_copy(&m_outLayout, &outLayout);
+  if (nErr < 0) m_spSwr.reset();
+  return nErr;
+}
+
+int CFFAudioConverter::MaxOutput(int nInSamples) const {
+  return m_spSwr ? swr_get_out_samples(m_spSwr.get(), nInSamples) : AVERROR(EINVAL);
+}
+
+int CFFAudioConverter::ConvertRaw(const uint8_t* const* ppIn, int nInSamples, uint8_t* const* ppOut, int nOutMax) {
+  if (!m_spSwr) return AVERROR(EINVAL);
+  return swr_convert(m_spSwr.get(), const_cast<uint8_t**>(ppOut), nOutMax, const_cast<const uint8_t**>(ppIn),
+                     nInSamples);
 }
 
 void CFFAudioConverter::Reset() {
