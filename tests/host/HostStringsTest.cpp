@@ -25,6 +25,7 @@ constexpr CLSID kFFDecoderQuickSync = vc::MakeGuid("BF23862C-7C7B-4CE3-8FE7-4CA5
 constexpr CLSID kFFFrame = vc::MakeGuid("96EB1F70-4CC0-4830-9CC3-F064196B2626");
 constexpr CLSID kFFAudioBuffer = vc::MakeGuid("96EB1F71-4CC0-4830-9CC3-F064196B2626");
 constexpr CLSID kFFPacket = vc::MakeGuid("96EB1F72-4CC0-4830-9CC3-F064196B2626");
+constexpr CLSID kVCConverter = vc::MakeGuid("0792B97B-E4CB-4140-B848-EE96C6660837");
 
 constexpr HRESULT kEndOfMedia = static_cast<HRESULT>(0x8007044C);
 
@@ -209,7 +210,7 @@ class HostStrings : public ::testing::Test {
 TEST_F(HostStrings, EveryClass_CreatedByIdentifier) {
   const CLSID* classes[] = {&CLSID_VCSplitter, &CLSID_VCDecoder, &CLSID_VCEncoder, &CLSID_VCMuxer,
                             &kFFSplitter,      &kFFDecoder,      &kFFFrame,        &kFFAudioBuffer,
-                            &kFFPacket,        &kFFDecoderNVidia, &kFFDecoderQuickSync};
+                            &kFFPacket,        &kFFDecoderNVidia, &kFFDecoderQuickSync, &kVCConverter};
   for (const CLSID* pclsid : classes) {
     CPtr<IUnknown> cp;
     EXPECT_EQ(Create(*pclsid, &cp), S_OK) << "class " << pclsid->Data1;
