@@ -20,6 +20,7 @@ inline constexpr CLSID CLSID_FFDecoderQuickSync = ClassInTable(kFFClassTable, "F
 inline constexpr CLSID CLSID_FFFrame = ClassInTable(kFFClassTable, "FFFrame").clsid;
 inline constexpr CLSID CLSID_FFAudioBuffer = ClassInTable(kFFClassTable, "FFAudioBuffer").clsid;
 inline constexpr CLSID CLSID_FFPacket = ClassInTable(kFFClassTable, "FFPacket").clsid;
+inline constexpr CLSID CLSID_FFMuxer = ClassInTable(kFFClassTable, "FFMuxer").clsid;
 
 // Creators in the class-factory form (outer object, interface, out pointer).
 HRESULT CreateFFSplitter(IUnknown* pOuter, REFIID riid, void** ppv);
@@ -29,5 +30,6 @@ HRESULT CreateFFDecoderQuickSync(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFFrame(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFAudioBuffer(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFPacket(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vc::ff

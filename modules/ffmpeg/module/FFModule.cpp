@@ -26,6 +26,7 @@ constexpr CCreatorOf FindCreator(std::string_view svName) {
   if (svName == "FFFrame") return {&CreateFFFrame, true};
   if (svName == "FFAudioBuffer") return {&CreateFFAudioBuffer, true};
   if (svName == "FFPacket") return {&CreateFFPacket, true};
+  if (svName == "FFMuxer") return {&CreateFFMuxer, true};
   return {};
 }
 
@@ -40,6 +41,7 @@ static_assert(SameGuid(CLSID_FFDecoder, CLSID_GeneralDecoder), "the facades name
 static_assert(SameGuid(CLSID_FFDecoderNVidia, CLSID_NVidiaDecoder), "the facades name another NVIDIA decoder");
 static_assert(SameGuid(CLSID_FFDecoderQuickSync, CLSID_QuickSyncDecoder),
               "the facades name another QuickSync decoder");
+static_assert(SameGuid(CLSID_FFMuxer, CLSID_GeneralMuxer), "the facades name another general muxer");
 
 }  // namespace
 
