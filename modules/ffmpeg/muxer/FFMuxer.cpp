@@ -39,6 +39,11 @@ AVRational TimeBaseOf(const K_STREAM_INFO& info) {
   return kRefTimeBase;
 }
 
+// A failed write as the caller should see it: a full disk has its own code.
+HRESULT WriteErrorToHr(int nAvError) {
+  return nAvError == AVERROR(ENOSPC) ? HRESULT_FROM_WIN32(112) /* ERROR_DISK_FULL */ : AvErrorToHr(nAvError);
+}
+
 HRESULT ReadRecords(IVCPacket* pPacket, K_PACKET_INFO* pInfo, K_TIME* pTime) {
   if (ComPtr<IKPacketRecord> cpRecord = VCPacketRecordOf(pPacket)) {
     cpRecord->RecordGet(pTime, pInfo);
@@ -446,7 +451,7 @@ HRESULT CFFMuxer::_WriteNext(size_t nStream) {
   }
   const int nRet = m_output.Write(static_cast<int>(nStream), queued.spPacket.get());
   if (nRet < 0) {
-    const HRESULT hr = AvErrorToHr(nRet);
+    const HRESULT hr = WriteErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerPacketPut(%d) FAILED hr=%08X: writing %ws: %hs\n", static_cast<int>(nStream), hr,
            m_output.Path().c_str(), AvErrorText(nRet).c_str());
     return hr;
@@ -468,7 +473,7 @@ HRESULT CFFMuxer::_CloseLocked() {
   }
   const int nRet = m_output.Finish();
   if (nRet < 0) {
-    const HRESULT hrFinish = AvErrorToHr(nRet);
+    const HRESULT hrFinish = WriteErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerClose() FAILED hr=%08X: finishing %ws: %hs\n", hrFinish, strPath.c_str(),
            AvErrorText(nRet).c_str());
     if (SUCCEEDED(hr)) hr = hrFinish;
