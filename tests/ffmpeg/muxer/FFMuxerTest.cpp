@@ -32,6 +32,11 @@ using vc::CBstr;
 using vc::ComPtr;
 using vc::fftest::MediaExists;
 using vc::fftest::MediaPath;
+using vc::eVCLL_Error;
+using vc::VC_E_BAD_STREAM;
+using vc::VC_E_EMPTY;
+using vc::VC_E_FILE_NOT_FOUND;
+using vc::VC_E_NO_CANDIDATE;
 
 constexpr LONGLONG kMs = VC_TIME_SECOND / 1000;
 
@@ -216,5 +221,64 @@ INSTANTIATE_TEST_SUITE_P(Containers, FFMuxerRoundTripTest,
                            std::replace_if(s.begin(), s.end(), [](char c) { return !std::isalnum(c); }, '_');
                            return s;
                          });
+
+// --- Bad input --------------------------------------------------------------
+
+TEST_F(FFMuxerTest, BadTargets_FailWithTheirCodeAndALogLineAndChangeNothing) {
+  ComPtr<IVCMuxer> cpMuxer = NewMuxer();
+  vc::CLogCapture log(eVCLL_Error);
+  EXPECT_EQ(cpMuxer->MuxerSet(CBstr(std::string_view(Out("a.mp4"))), CBstr(u"format=nosuchformat")),
+            VC_E_NO_CANDIDATE);
+  EXPECT_TRUE(log.Contains("no output format"));
+  EXPECT_EQ(cpMuxer->MuxerSet(CBstr(std::string_view(Out("a.nosuchext"))), nullptr), VC_E_NO_CANDIDATE);
+  EXPECT_EQ(cpMuxer->MuxerSet(CBstr(std::string_view(Out("missing/dir/a.mkv"))), nullptr), VC_E_FILE_NOT_FOUND);
+  EXPECT_TRUE(log.Contains("avio_open"));
+  EXPECT_FALSE(fs::exists(Out("a.mp4")));
+  // Still idle: a stream cannot be added until a target opens.
+  CSource in;
+  ReadSource(MediaPath("h264_aac.mp4"), &in);
+  LONG nIdx = 0;
+  EXPECT_EQ(cpMuxer->MuxerStreamAdd(&in.infos[0], nullptr, &nIdx), VC_E_EMPTY);
+  EXPECT_EQ(nIdx, -1);
+}
+
+TEST_F(FFMuxerTest, PacketForNoStream_IsRefusedAndTheFileStillPlays) {
+  CSource in;
+  ReadSource(MediaPath("h264_aac.mp4"), &in);
+  ComPtr<IVCMuxer> cpMuxer = NewMuxer();
+  ASSERT_EQ(cpMuxer->MuxerSet(CBstr(std::string_view(Out("a.mkv"))), nullptr), S_OK);
+  AddStreams(cpMuxer.Get(), in);
+  vc::CLogCapture log(eVCLL_Error);
+  EXPECT_EQ(cpMuxer->MuxerPacketPut(7, in.packets[0].Get(), nullptr), VC_E_BAD_STREAM);
+  EXPECT_TRUE(log.Contains("no such stream"));
+  for (const ComPtr<IVCPacket>& cpPacket : in.packets) ASSERT_EQ(cpMuxer->MuxerPacketPut(-1, cpPacket.Get(), nullptr), S_OK);
+  ASSERT_EQ(cpMuxer->MuxerClose(), S_OK);
+  CSource back;
+  ReadSource(Out("a.mkv"), &back);
+  ASSERT_EQ(back.hrOpen, S_OK);
+  EXPECT_EQ(back.packets.size(), in.packets.size());
+}
+
+TEST_F(FFMuxerTest, ClosedHalfWay_Mp4HoldsExactlyThePacketsPut) {
+  CSource in;
+  ReadSource(MediaPath("h264_aac.mp4"), &in);
+  ComPtr<IVCMuxer> cpMuxer = NewMuxer();
+  ASSERT_EQ(cpMuxer->MuxerSet(CBstr(std::string_view(Out("half.mp4"))), nullptr), S_OK);
+  AddStreams(cpMuxer.Get(), in);
+  const size_t nHalf = in.packets.size() / 2;
+  for (size_t n = 0; n < nHalf; ++n) ASSERT_EQ(cpMuxer->MuxerPacketPut(-1, in.packets[n].Get(), nullptr), S_OK);
+  ASSERT_EQ(cpMuxer->MuxerClose(), S_OK);
+  EXPECT_EQ(cpMuxer->MuxerPacketPut(-1, in.packets[nHalf].Get(), nullptr), VC_E_EMPTY);
+  CSource back;
+  ReadSource(Out("half.mp4"), &back);
+  ASSERT_EQ(back.hrOpen, S_OK);  // the moov was written
+  ASSERT_EQ(back.packets.size(), nHalf);
+  std::vector<uint64_t> vecIn, vecBack;
+  for (size_t n = 0; n < nHalf; ++n) vecIn.push_back(in.summaries[n].llHash);
+  for (const CPacketSummary& s : back.summaries) vecBack.push_back(s.llHash);
+  std::sort(vecIn.begin(), vecIn.end());
+  std::sort(vecBack.begin(), vecBack.end());
+  EXPECT_EQ(vecBack, vecIn);
+}
 
 }  // namespace
