@@ -29,6 +29,14 @@ struct AvCodecContextFree {
 struct AvInputClose {
   void operator()(AVFormatContext* p) const noexcept { avformat_close_input(&p); }
 };
+// An output made with avformat_alloc_output_context2; its I/O context, when
+// one was opened, is closed here too.
+struct AvOutputClose {
+  void operator()(AVFormatContext* p) const noexcept {
+    if (p->pb && !(p->oformat->flags & AVFMT_NOFILE)) avio_closep(&p->pb);
+    avformat_free_context(p);
+  }
+};
 struct AvBufferUnref {
   void operator()(AVBufferRef* p) const noexcept { av_buffer_unref(&p); }
 };
@@ -46,6 +54,7 @@ using AvFramePtr = std::unique_ptr<AVFrame, AvFrameFree>;
 using AvPacketPtr = std::unique_ptr<AVPacket, AvPacketFree>;
 using AvCodecContextPtr = std::unique_ptr<AVCodecContext, AvCodecContextFree>;
 using AvInputPtr = std::unique_ptr<AVFormatContext, AvInputClose>;
+using AvOutputPtr = std::unique_ptr<AVFormatContext, AvOutputClose>;
 using AvBufferPtr = std::unique_ptr<AVBufferRef, AvBufferUnref>;
 using AvDictionaryPtr = std::unique_ptr<AVDictionary, AvDictionaryFree>;
 using SwsContextPtr = std::unique_ptr<SwsContext, SwsContextFree>;

@@ -21,6 +21,7 @@ inline constexpr CLSID CLSID_FFFrame = ClassInTable(kFFClassTable, "FFFrame").cl
 inline constexpr CLSID CLSID_FFAudioBuffer = ClassInTable(kFFClassTable, "FFAudioBuffer").clsid;
 inline constexpr CLSID CLSID_FFPacket = ClassInTable(kFFClassTable, "FFPacket").clsid;
 inline constexpr CLSID CLSID_FFConverter = ClassInTable(kFFClassTable, "FFConverter").clsid;
+inline constexpr CLSID CLSID_FFMuxer = ClassInTable(kFFClassTable, "FFMuxer").clsid;
 
 // Creators in the class-factory form (outer object, interface, out pointer).
 HRESULT CreateFFSplitter(IUnknown* pOuter, REFIID riid, void** ppv);
@@ -31,5 +32,6 @@ HRESULT CreateFFFrame(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFAudioBuffer(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFPacket(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFConverter(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vc::ff

@@ -27,6 +27,7 @@ constexpr CCreatorOf FindCreator(std::string_view svName) {
   if (svName == "FFAudioBuffer") return {&CreateFFAudioBuffer, true};
   if (svName == "FFPacket") return {&CreateFFPacket, true};
   if (svName == "FFConverter") return {&CreateFFConverter, true};
+  if (svName == "FFMuxer") return {&CreateFFMuxer, true};
   return {};
 }
 
@@ -42,6 +43,7 @@ static_assert(SameGuid(CLSID_FFDecoderNVidia, CLSID_NVidiaDecoder), "the facades
 static_assert(SameGuid(CLSID_FFDecoderQuickSync, CLSID_QuickSyncDecoder),
               "the facades name another QuickSync decoder");
 static_assert(SameGuid(CLSID_FFConverter, CLSID_VCConverter), "the encoder facade names another converter");
+static_assert(SameGuid(CLSID_FFMuxer, CLSID_GeneralMuxer), "the facades name another general muxer");
 
 }  // namespace
 
