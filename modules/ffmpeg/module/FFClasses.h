@@ -20,6 +20,10 @@ inline constexpr CLSID CLSID_FFDecoderQuickSync = ClassInTable(kFFClassTable, "F
 inline constexpr CLSID CLSID_FFFrame = ClassInTable(kFFClassTable, "FFFrame").clsid;
 inline constexpr CLSID CLSID_FFAudioBuffer = ClassInTable(kFFClassTable, "FFAudioBuffer").clsid;
 inline constexpr CLSID CLSID_FFPacket = ClassInTable(kFFClassTable, "FFPacket").clsid;
+inline constexpr CLSID CLSID_FFEncoder = ClassInTable(kFFClassTable, "FFEncoder").clsid;
+inline constexpr CLSID CLSID_FFEncoderNVEnc = ClassInTable(kFFClassTable, "FFEncoderNVEnc").clsid;
+inline constexpr CLSID CLSID_FFEncoderIntelQS = ClassInTable(kFFClassTable, "FFEncoderIntelQS").clsid;
+inline constexpr CLSID CLSID_FFEncoderAMD = ClassInTable(kFFClassTable, "FFEncoderAMD").clsid;
 
 // Creators in the class-factory form (outer object, interface, out pointer).
 HRESULT CreateFFSplitter(IUnknown* pOuter, REFIID riid, void** ppv);
@@ -29,5 +33,9 @@ HRESULT CreateFFDecoderQuickSync(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFFrame(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFAudioBuffer(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFPacket(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoderNVEnc(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoderIntelQS(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoderAMD(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vc::ff

@@ -26,6 +26,10 @@ constexpr CCreatorOf FindCreator(std::string_view svName) {
   if (svName == "FFFrame") return {&CreateFFFrame, true};
   if (svName == "FFAudioBuffer") return {&CreateFFAudioBuffer, true};
   if (svName == "FFPacket") return {&CreateFFPacket, true};
+  if (svName == "FFEncoder") return {&CreateFFEncoder, true};
+  if (svName == "FFEncoderNVEnc") return {&CreateFFEncoderNVEnc, true};
+  if (svName == "FFEncoderIntelQS") return {&CreateFFEncoderIntelQS, true};
+  if (svName == "FFEncoderAMD") return {&CreateFFEncoderAMD, true};
   return {};
 }
 
@@ -40,6 +44,10 @@ static_assert(SameGuid(CLSID_FFDecoder, CLSID_GeneralDecoder), "the facades name
 static_assert(SameGuid(CLSID_FFDecoderNVidia, CLSID_NVidiaDecoder), "the facades name another NVIDIA decoder");
 static_assert(SameGuid(CLSID_FFDecoderQuickSync, CLSID_QuickSyncDecoder),
               "the facades name another QuickSync decoder");
+static_assert(SameGuid(CLSID_FFEncoder, CLSID_GeneralEncoder), "the facades name another general encoder");
+static_assert(SameGuid(CLSID_FFEncoderNVEnc, CLSID_NVEncEncoder), "the facades name another NVEnc encoder");
+static_assert(SameGuid(CLSID_FFEncoderIntelQS, CLSID_IntelQSEncoder), "the facades name another IntelQS encoder");
+static_assert(SameGuid(CLSID_FFEncoderAMD, CLSID_AMDEncoder), "the facades name another AMD encoder");
 
 }  // namespace
 
