@@ -22,6 +22,10 @@ inline constexpr CLSID CLSID_FFAudioBuffer = ClassInTable(kFFClassTable, "FFAudi
 inline constexpr CLSID CLSID_FFPacket = ClassInTable(kFFClassTable, "FFPacket").clsid;
 inline constexpr CLSID CLSID_FFConverter = ClassInTable(kFFClassTable, "FFConverter").clsid;
 inline constexpr CLSID CLSID_FFMuxer = ClassInTable(kFFClassTable, "FFMuxer").clsid;
+inline constexpr CLSID CLSID_FFEncoder = ClassInTable(kFFClassTable, "FFEncoder").clsid;
+inline constexpr CLSID CLSID_FFEncoderNVEnc = ClassInTable(kFFClassTable, "FFEncoderNVEnc").clsid;
+inline constexpr CLSID CLSID_FFEncoderIntelQS = ClassInTable(kFFClassTable, "FFEncoderIntelQS").clsid;
+inline constexpr CLSID CLSID_FFEncoderAMD = ClassInTable(kFFClassTable, "FFEncoderAMD").clsid;
 
 // Creators in the class-factory form (outer object, interface, out pointer).
 HRESULT CreateFFSplitter(IUnknown* pOuter, REFIID riid, void** ppv);
@@ -33,5 +37,9 @@ HRESULT CreateFFAudioBuffer(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFPacket(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFConverter(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateFFMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoderNVEnc(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoderIntelQS(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateFFEncoderAMD(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vc::ff

@@ -28,6 +28,10 @@ constexpr CCreatorOf FindCreator(std::string_view svName) {
   if (svName == "FFPacket") return {&CreateFFPacket, true};
   if (svName == "FFConverter") return {&CreateFFConverter, true};
   if (svName == "FFMuxer") return {&CreateFFMuxer, true};
+  if (svName == "FFEncoder") return {&CreateFFEncoder, true};
+  if (svName == "FFEncoderNVEnc") return {&CreateFFEncoderNVEnc, true};
+  if (svName == "FFEncoderIntelQS") return {&CreateFFEncoderIntelQS, true};
+  if (svName == "FFEncoderAMD") return {&CreateFFEncoderAMD, true};
   return {};
 }
 
@@ -44,6 +48,10 @@ static_assert(SameGuid(CLSID_FFDecoderQuickSync, CLSID_QuickSyncDecoder),
               "the facades name another QuickSync decoder");
 static_assert(SameGuid(CLSID_FFConverter, CLSID_VCConverter), "the encoder facade names another converter");
 static_assert(SameGuid(CLSID_FFMuxer, CLSID_GeneralMuxer), "the facades name another general muxer");
+static_assert(SameGuid(CLSID_FFEncoder, CLSID_GeneralEncoder), "the facades name another general encoder");
+static_assert(SameGuid(CLSID_FFEncoderNVEnc, CLSID_NVEncEncoder), "the facades name another NVEnc encoder");
+static_assert(SameGuid(CLSID_FFEncoderIntelQS, CLSID_IntelQSEncoder), "the facades name another IntelQS encoder");
+static_assert(SameGuid(CLSID_FFEncoderAMD, CLSID_AMDEncoder), "the facades name another AMD encoder");
 
 }  // namespace
 
