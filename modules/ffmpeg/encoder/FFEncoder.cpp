@@ -340,7 +340,10 @@ HRESULT CCoFFEncoder::EncodeFramePut(IVCFrame* _pFrame, K_AV_PROPS* /*_pAVPropsO
 
 bool CCoFFEncoder::_WaitForPacket(LONGLONG rtWait) {
   std::unique_lock<std::mutex> lock(m_mtxPackets.native());
-  return m_cvPackets.wait_for(lock, std::chrono::microseconds(rtWait / 10), [this] { return !m_deqPackets.empty(); });
+  // The predicate runs with the queue's lock held, which the analysis cannot
+  // see through the native handle.
+  return m_cvPackets.wait_for(lock, std::chrono::microseconds(rtWait / 10),
+                              [this]() VC_THREAD_ANNOTATION(no_thread_safety_analysis) { return !m_deqPackets.empty(); });
 }
 
 HRESULT CCoFFEncoder::EncodePacketsGet(IVCPacket** _ppPacket, LONG* _pnReadyPackets, LONGLONG _rtMaxWaitTime,

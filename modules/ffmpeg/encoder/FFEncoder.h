@@ -67,7 +67,7 @@ class CCoFFEncoder : public CKObjectRoot, public IVCEncoder, public IKPropsImpl<
   HRESULT _ProbeDevice() VC_REQUIRES(m_mtxEncode);
   HRESULT _OpenSession(const AVFrame& first, double dblRate) VC_REQUIRES(m_mtxEncode);
   CFFEncodeSettings _ReadSettings();
-  void _Publish(eVCMediaType eType);
+  void _Publish(eVCMediaType eType) VC_REQUIRES(m_mtxEncode);
   void _Queue(std::vector<ComPtr<IVCPacket>>* pPackets);
   // Waits up to rtWait (reference time) for a packet; true when one is
   // there. The standard condition variable needs the plain mutex, which the

@@ -116,7 +116,7 @@ class CFFMuxer : public CKObjectRoot, public IVCMuxer, public IKPropsImpl<CFFMux
   // Finishes the current file and goes on in the prepared one.
   HRESULT _SwitchNow() VC_REQUIRES(m_mtx);
   HRESULT _CloseLocked() VC_REQUIRES(m_mtx);
-  void _CollectTags(CFFTags* pContainer, std::vector<CFFTags>* pvecStreams);
+  void _CollectTags(CFFTags* pContainer, std::vector<CFFTags>* pvecStreams) VC_REQUIRES(m_mtx);
 
   CKCritSec m_csLock;  // the property tree
 
