@@ -498,53 +498,6 @@ HRESULT CFFMuxer::MuxerClose() {
 // ---------------------------------------------------------------------------
 // Side data
 
-HRESULT CFFMuxer::SideDataGetCount(LONG _nStream, LONG* _pnCount) {
-  VC_GUARD_BEGIN
-  return m_sideData.GetCount(_nStream, _pnCount);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataGetByIndex(LONG _nStream, LONG _nIndex, BSTR* _pbsType, LONG* _pcbData,
-                                     LONGLONG* _plpData) {
-  VC_GUARD_BEGIN
-  return m_sideData.GetByIndex(_nStream, _nIndex, _pbsType, _pcbData, _plpData);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataGet(LONG _nStream, BSTR _bsType, LONG* _pcbData, LONGLONG* _plpData) {
-  VC_GUARD_BEGIN
-  return m_sideData.Get(_nStream, _bsType, _pcbData, _plpData);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataSet(LONG _nStream, BSTR _bsType, LONG _cbData, LONGLONG _lpData) {
-  VC_GUARD_BEGIN
-  return m_sideData.Set(_nStream, _bsType, _cbData, _lpData);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataRemove(LONG _nStream, BSTR _bsType) {
-  VC_GUARD_BEGIN
-  return m_sideData.Remove(_nStream, _bsType);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataStrGet(LONG _nStream, BSTR _bsType, BSTR* _pbsValue) {
-  VC_GUARD_BEGIN
-  return m_sideData.StrGet(_nStream, _bsType, _pbsValue);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataStrSet(LONG _nStream, BSTR _bsType, BSTR _bsValue) {
-  VC_GUARD_BEGIN
-  return m_sideData.StrSet(_nStream, _bsType, _bsValue);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataObjGet(LONG _nStream, BSTR _bsType, IUnknown** _ppObj) {
-  VC_GUARD_BEGIN
-  return m_sideData.ObjGet(_nStream, _bsType, _ppObj);
-  VC_GUARD_END
-}
-HRESULT CFFMuxer::SideDataObjSet(LONG _nStream, BSTR _bsType, IUnknown* _pObj) {
-  VC_GUARD_BEGIN
-  return m_sideData.ObjSet(_nStream, _bsType, _pObj);
-  VC_GUARD_END
-}
-
 // ---------------------------------------------------------------------------
 
 HRESULT CreateFFMuxer(IUnknown* pOuter, REFIID riid, void** ppv) { return CreateObject<CFFMuxer>(pOuter, riid, ppv); }

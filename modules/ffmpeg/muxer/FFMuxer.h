@@ -47,7 +47,8 @@
 
 namespace vc::ff {
 
-class CFFMuxer : public CKObjectRoot, public IVCMuxer, public IKPropsImpl<CFFMuxer>, public IVCSideData {
+class CFFMuxer : public CKObjectRoot, public IVCMuxer, public IKPropsImpl<CFFMuxer>,
+      public IFFSideDataImpl<CFFMuxer> {
  public:
   // How far ahead of the slowest stream packets are queued before it is
   // written anyway: 10 s in reference time.
@@ -71,17 +72,8 @@ class CFFMuxer : public CKObjectRoot, public IVCMuxer, public IKPropsImpl<CFFMux
   HRESULT STDMETHODCALLTYPE MuxerPacketPut(LONG _nStreamIdx, IVCPacket* _pPacket, BSTR _bsHints) override;
   HRESULT STDMETHODCALLTYPE MuxerClose() override;
 
-  // IVCSideData: see CFFSideDataStore.
-  HRESULT STDMETHODCALLTYPE SideDataGetCount(LONG _nStream, LONG* _pnCount) override;
-  HRESULT STDMETHODCALLTYPE SideDataGetByIndex(LONG _nStream, LONG _nIndex, BSTR* _pbsType, LONG* _pcbData,
-                                               LONGLONG* _plpData) override;
-  HRESULT STDMETHODCALLTYPE SideDataGet(LONG _nStream, BSTR _bsType, LONG* _pcbData, LONGLONG* _plpData) override;
-  HRESULT STDMETHODCALLTYPE SideDataSet(LONG _nStream, BSTR _bsType, LONG _cbData, LONGLONG _lpData) override;
-  HRESULT STDMETHODCALLTYPE SideDataRemove(LONG _nStream, BSTR _bsType) override;
-  HRESULT STDMETHODCALLTYPE SideDataStrGet(LONG _nStream, BSTR _bsType, BSTR* _pbsValue) override;
-  HRESULT STDMETHODCALLTYPE SideDataStrSet(LONG _nStream, BSTR _bsType, BSTR _bsValue) override;
-  HRESULT STDMETHODCALLTYPE SideDataObjGet(LONG _nStream, BSTR _bsType, IUnknown** _ppObj) override;
-  HRESULT STDMETHODCALLTYPE SideDataObjSet(LONG _nStream, BSTR _bsType, IUnknown* _pObj) override;
+  // IVCSideData (IFFSideDataImpl) reads and writes this store.
+  CFFSideDataStore& _SideDataStore() { return m_sideData; }
 
  private:
   // A packet waiting for its turn; its payload is the IVCPacket's, held by

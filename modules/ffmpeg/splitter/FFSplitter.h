@@ -87,7 +87,8 @@ struct AVPacket;
 
 namespace vc::ff {
 
-class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<CFFSplitter>, public IVCSideData {
+class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<CFFSplitter>,
+      public IFFSideDataImpl<CFFSplitter> {
  public:
   // Packets of other streams a SplitterPacketGet(n) keeps at most.
   static constexpr size_t kMaxHeldPackets = 4096;
@@ -112,17 +113,8 @@ class CFFSplitter : public CKObjectRoot, public IVCSplitter, public IKPropsImpl<
   HRESULT STDMETHODCALLTYPE SplitterStop() override;
   HRESULT STDMETHODCALLTYPE SplitterClose() override;
 
-  // IVCSideData: see CFFSideDataStore.
-  HRESULT STDMETHODCALLTYPE SideDataGetCount(LONG _nStream, LONG* _pnCount) override;
-  HRESULT STDMETHODCALLTYPE SideDataGetByIndex(LONG _nStream, LONG _nIndex, BSTR* _pbsType, LONG* _pcbData,
-                                               LONGLONG* _plpData) override;
-  HRESULT STDMETHODCALLTYPE SideDataGet(LONG _nStream, BSTR _bsType, LONG* _pcbData, LONGLONG* _plpData) override;
-  HRESULT STDMETHODCALLTYPE SideDataSet(LONG _nStream, BSTR _bsType, LONG _cbData, LONGLONG _lpData) override;
-  HRESULT STDMETHODCALLTYPE SideDataRemove(LONG _nStream, BSTR _bsType) override;
-  HRESULT STDMETHODCALLTYPE SideDataStrGet(LONG _nStream, BSTR _bsType, BSTR* _pbsValue) override;
-  HRESULT STDMETHODCALLTYPE SideDataStrSet(LONG _nStream, BSTR _bsType, BSTR _bsValue) override;
-  HRESULT STDMETHODCALLTYPE SideDataObjGet(LONG _nStream, BSTR _bsType, IUnknown** _ppObj) override;
-  HRESULT STDMETHODCALLTYPE SideDataObjSet(LONG _nStream, BSTR _bsType, IUnknown* _pObj) override;
+  // IVCSideData (IFFSideDataImpl) reads and writes this store.
+  CFFSideDataStore& _SideDataStore() { return m_sideData; }
 
  private:
   using AVFormatPtr = AvInputPtr;

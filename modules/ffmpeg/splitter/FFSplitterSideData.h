@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "VCComPtr.h"
+#include "VCGuard.h"
 #include "VCCritSec.h"
 #include "VCSideData.h"
 #include "VCStrings.h"
@@ -69,6 +70,62 @@ class CFFSideDataStore {
   CKMutex m_mtx;
   std::map<LONG, CEntries> m_mapEntries VC_GUARDED_BY(m_mtx);
   LONG m_nStreams VC_GUARDED_BY(m_mtx) = 0;
+};
+
+// IVCSideData over a store, for classes that keep one (the splitter, the
+// muxer): every slot goes to T::_SideDataStore() under the exception guard.
+template <class T>
+class IFFSideDataImpl : public IVCSideData {
+ public:
+  HRESULT STDMETHODCALLTYPE SideDataGetCount(LONG _nStream, LONG* _pnCount) override {
+    VC_GUARD_BEGIN
+    return _Store().GetCount(_nStream, _pnCount);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataGetByIndex(LONG _nStream, LONG _nIndex, BSTR* _pbsType, LONG* _pcbData,
+                                               LONGLONG* _plpData) override {
+    VC_GUARD_BEGIN
+    return _Store().GetByIndex(_nStream, _nIndex, _pbsType, _pcbData, _plpData);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataGet(LONG _nStream, BSTR _bsType, LONG* _pcbData, LONGLONG* _plpData) override {
+    VC_GUARD_BEGIN
+    return _Store().Get(_nStream, _bsType, _pcbData, _plpData);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataSet(LONG _nStream, BSTR _bsType, LONG _cbData, LONGLONG _lpData) override {
+    VC_GUARD_BEGIN
+    return _Store().Set(_nStream, _bsType, _cbData, _lpData);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataRemove(LONG _nStream, BSTR _bsType) override {
+    VC_GUARD_BEGIN
+    return _Store().Remove(_nStream, _bsType);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataStrGet(LONG _nStream, BSTR _bsType, BSTR* _pbsValue) override {
+    VC_GUARD_BEGIN
+    return _Store().StrGet(_nStream, _bsType, _pbsValue);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataStrSet(LONG _nStream, BSTR _bsType, BSTR _bsValue) override {
+    VC_GUARD_BEGIN
+    return _Store().StrSet(_nStream, _bsType, _bsValue);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataObjGet(LONG _nStream, BSTR _bsType, IUnknown** _ppObj) override {
+    VC_GUARD_BEGIN
+    return _Store().ObjGet(_nStream, _bsType, _ppObj);
+    VC_GUARD_END
+  }
+  HRESULT STDMETHODCALLTYPE SideDataObjSet(LONG _nStream, BSTR _bsType, IUnknown* _pObj) override {
+    VC_GUARD_BEGIN
+    return _Store().ObjSet(_nStream, _bsType, _pObj);
+    VC_GUARD_END
+  }
+
+ private:
+  CFFSideDataStore& _Store() { return static_cast<T*>(this)->_SideDataStore(); }
 };
 
 }  // namespace vc::ff
