@@ -37,6 +37,10 @@ make mpeg2_pcm.mxf "${VIDEO[@]}" "${AUDIO[@]}" -c:v mpeg2video -g 12 -b:v 2M -pi
 make vp9_vorbis.webm "${VIDEO[@]}" "${AUDIO[@]}" -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 25 -b:v 300k \
   -c:a libvorbis -ac 2 -shortest
 make video_only.mp4 "${VIDEO[@]}" -c:v libx264 -preset veryfast -g 25 -pix_fmt yuv420p
+# 20 s with a key frame every second: for switching files every few seconds.
+make h264_aac_20s.mp4 -f lavfi -i "testsrc2=size=320x240:rate=25:duration=20" \
+  -f lavfi -i "sine=frequency=440:sample_rate=48000:duration=20" -c:v libx264 -preset veryfast -g 25 -bf 2 \
+  -pix_fmt yuv420p -c:a aac -b:a 96k -ac 2 -shortest
 
 # The first 40% of the MKV: its headers open, the read runs out mid-cluster.
 if [ ! -s truncated.mkv ]; then
