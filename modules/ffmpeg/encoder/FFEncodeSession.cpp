@@ -43,6 +43,19 @@ AVPixelFormat ChoosePixFmt(const AVCodec* pCodec, AVPixelFormat eInput, const st
     VC_LOG(eVCLL_Retry, "encoder '%s': unknown pix_fmt '%s', choosing one\n", pCodec->name, strWanted.c_str());
   }
   if (!pCodec->pix_fmts) return eInput;
+  if (pCodec->id == AV_CODEC_ID_MJPEG) {
+    // JPEG is full range: limited-range input is scaled into the full-range
+    // formats rather than written with a non-standard range.
+    std::vector<AVPixelFormat> vecFull;
+    for (const AVPixelFormat* p = pCodec->pix_fmts; *p != AV_PIX_FMT_NONE; ++p) {
+      const AVPixFmtDescriptor* pDesc = av_pix_fmt_desc_get(*p);
+      if (pDesc && std::strncmp(pDesc->name, "yuvj", 4) == 0) vecFull.push_back(*p);
+    }
+    if (!vecFull.empty()) {
+      vecFull.push_back(AV_PIX_FMT_NONE);
+      return avcodec_find_best_pix_fmt_of_list(vecFull.data(), eInput, 0, nullptr);
+    }
+  }
   return avcodec_find_best_pix_fmt_of_list(pCodec->pix_fmts, eInput, 0, nullptr);
 }
 
