@@ -209,7 +209,7 @@ HRESULT CCoVCMuxer::MuxerStreamAdd(K_STREAM_INFO* _pStreamInfo, BSTR _bsProps, L
   VC_GUARD_BEGIN
   ComPtr<IVCMuxer> cpVCMuxer = m_inner.Ref();
   if (!cpVCMuxer) {
-    ClearOut(_pnStreamIdx);
+    if (_pnStreamIdx) *_pnStreamIdx = -1;  // 0 would name a stream
     return VC_E_EMPTY;
   }
   const CBstr bsProps(InString(_bsProps));  // inner objects get a real BSTR whatever the host passed
