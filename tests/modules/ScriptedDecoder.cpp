@@ -34,6 +34,7 @@ const char* KindOf(eClass objClass) {
     case eClass::QuickSyncDecoder: return "quicksync";
     case eClass::GeneralDecoder: return "general";
     case eClass::Any: break;
+    default: break;  // the classes of the other families
   }
   return "?";
 }

@@ -32,6 +32,10 @@ CScript& DecoderScript() {
   static CScript* s_pScript = new CScript;
   return *s_pScript;
 }
+CScript& EncoderScript() {
+  static CScript* s_pScript = new CScript;
+  return *s_pScript;
+}
 
 namespace {
 
@@ -150,7 +154,13 @@ vc::CVCModule& ScriptedModule() {
         &CreateScriptedNVidiaDecoder},
        {&vc::CLSID_QuickSyncDecoder, "ScriptedQuickSyncDecoder", "Scripted QuickSync Decoder Class", 4,
         &CreateScriptedQuickSyncDecoder},
-       {&vc::CLSID_GeneralDecoder, "ScriptedDecoder", "Scripted Decoder Class", 5, &CreateScriptedGeneralDecoder}},
+       {&vc::CLSID_GeneralDecoder, "ScriptedDecoder", "Scripted Decoder Class", 5, &CreateScriptedGeneralDecoder},
+       {&vc::CLSID_NVEncEncoder, "ScriptedNVEncEncoder", "Scripted NVEnc Encoder Class", 6,
+        &CreateScriptedNVEncEncoder},
+       {&vc::CLSID_IntelQSEncoder, "ScriptedIntelQSEncoder", "Scripted IntelQS Encoder Class", 7,
+        &CreateScriptedIntelQSEncoder},
+       {&vc::CLSID_AMDEncoder, "ScriptedAMDEncoder", "Scripted AMD Encoder Class", 8, &CreateScriptedAMDEncoder},
+       {&vc::CLSID_GeneralEncoder, "ScriptedEncoder", "Scripted Encoder Class", 9, &CreateScriptedGeneralEncoder}},
       [](int) -> std::string { return {}; }, false);
   return s_module;
 }
@@ -162,6 +172,7 @@ VC_EXPORT vctest::IScript* VCTestScript(int nFamily) {
   switch (nFamily) {
     case 0: return &vctest::SplitterScript();
     case 1: return &vctest::DecoderScript();
+    case 2: return &vctest::EncoderScript();
     default: return nullptr;
   }
 }

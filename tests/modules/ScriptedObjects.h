@@ -35,6 +35,10 @@ enum class eCall : int {
   DecodePacket,
   DecodeAudio,
   DecodeClose,
+  EncodeCodecSet,
+  EncodeFramePut,
+  EncodePacketsGet,
+  EncodeClose,
   kCount
 };
 
@@ -46,6 +50,11 @@ enum class eClass : int {
   NVidiaDecoder,
   QuickSyncDecoder,
   GeneralDecoder,
+  // The encoder classes, Create text "nvenc", "intelqs", "amd", "general".
+  NVEncEncoder,
+  IntelQSEncoder,
+  AMDEncoder,
+  GeneralEncoder,
 };
 
 inline const char* CallName(eCall call) {
@@ -62,6 +71,10 @@ inline const char* CallName(eCall call) {
     case eCall::DecodePacket: return "DecodePacket";
     case eCall::DecodeAudio: return "DecodeAudio";
     case eCall::DecodeClose: return "DecodeClose";
+    case eCall::EncodeCodecSet: return "EncodeCodecSet";
+    case eCall::EncodeFramePut: return "EncodeFramePut";
+    case eCall::EncodePacketsGet: return "EncodePacketsGet";
+    case eCall::EncodeClose: return "EncodeClose";
     case eCall::kCount: break;
   }
   return "?";
@@ -120,6 +133,20 @@ struct Step {
   // DecodeAudio: the sample count it reports.
   LONG nSamples = 0;
 
+  // Encoder family (script 2). Create, EncodeCodecSet, EncodeClose answer
+  // hr (per class with forClass). EncodeFramePut fails with hr when hr is a
+  // failure, and from the object's nFailAt-th frame on with hrFail; else
+  // the frame makes a packet (none with bNoPacket) with the frame's times,
+  // or rtStart and rtEnd with bFrameTimes; packets come out once more than
+  // nDelay frames wait, a drain (no frame) lets all out. A packet goes to
+  // EncodeFramePut's slot when there is one, else waits for
+  // EncodePacketsGet, which answers HRESULT_FROM_WIN32(ERROR_EMPTY) when
+  // none waits. Create: what the object answers for "codec_name",
+  // "codec::codec" and the tag property (empty: no value).
+  std::string strCodecName;
+  std::string strCodecCodec;
+  std::string strTag;
+
   // A packet step of stream nStream covering [rtStart, rtEnd).
   static Step Packet(LONG nStream, eVCMediaType eType, LONGLONG rtStart, LONGLONG rtEnd, LONG eFlags = 0) {
     Step step;
@@ -175,6 +202,10 @@ struct CallRecord {
   // address of the wanted output properties; DecodeAudio: the audio
   // buffer's address.
   LONGLONG llArg = 0;
+  // Encoder family: EncodeCodecSet's text is its configuration and
+  // llValue its media type; EncodeFramePut's text is its hints, bPacket
+  // tells that a frame came, rtStart/rtEnd are the frame's times and llArg
+  // the frame's address.
 };
 
 class IScript {
@@ -206,7 +237,7 @@ class IScript {
 };
 
 // Exported by the module: the script of one class family (0: splitter,
-// 1: decoder); null for any other.
+// 1: decoder, 2: encoder); null for any other.
 using PFN_VCTestScript = IScript* (*)(int nFamily);
 
 }  // namespace vctest

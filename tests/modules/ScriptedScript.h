@@ -146,6 +146,7 @@ class CScript final : public IScript {
 // objects may outlive tests.
 CScript& SplitterScript();
 CScript& DecoderScript();
+CScript& EncoderScript();
 
 inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 
@@ -153,5 +154,11 @@ inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 HRESULT CreateScriptedNVidiaDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedQuickSyncDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedGeneralDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
+
+// The encoder classes' creation functions (ScriptedEncoder.cpp).
+HRESULT CreateScriptedNVEncEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedIntelQSEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedAMDEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedGeneralEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vctest
