@@ -11,7 +11,8 @@
 // order. A step or allowance may name the class an object was created as
 // (the decoder candidates share one script), and then serves only objects of
 // that class. Each family has its own script in the module (0: splitter,
-// 1: decoder); tests reach it through the module's exported VCTestScript.
+// 1: decoder, 3: muxer); tests reach it through the module's exported
+// VCTestScript.
 #pragma once
 
 #include <cstdint>
@@ -35,6 +36,12 @@ enum class eCall : int {
   DecodePacket,
   DecodeAudio,
   DecodeClose,
+  // Muxer family (script 3).
+  MuxerSet,
+  MuxerStreamAdd,
+  MuxerStreamInfoGet,
+  MuxerPacketPut,
+  MuxerClose,
   kCount
 };
 
@@ -46,6 +53,9 @@ enum class eClass : int {
   NVidiaDecoder,
   QuickSyncDecoder,
   GeneralDecoder,
+  // The muxer candidates; Create text "nablet" or "general".
+  NabletMuxer,
+  GeneralMuxer,
 };
 
 inline const char* CallName(eCall call) {
@@ -62,6 +72,11 @@ inline const char* CallName(eCall call) {
     case eCall::DecodePacket: return "DecodePacket";
     case eCall::DecodeAudio: return "DecodeAudio";
     case eCall::DecodeClose: return "DecodeClose";
+    case eCall::MuxerSet: return "MuxerSet";
+    case eCall::MuxerStreamAdd: return "MuxerStreamAdd";
+    case eCall::MuxerStreamInfoGet: return "MuxerStreamInfoGet";
+    case eCall::MuxerPacketPut: return "MuxerPacketPut";
+    case eCall::MuxerClose: return "MuxerClose";
     case eCall::kCount: break;
   }
   return "?";
@@ -119,6 +134,9 @@ struct Step {
   HRESULT hrNoFrame = S_FALSE;
   // DecodeAudio: the sample count it reports.
   LONG nSamples = 0;
+  // Muxer family: Create, MuxerSet, MuxerStreamAdd, MuxerPacketPut and
+  // MuxerClose answer hr (Create: a failure means no object);
+  // MuxerStreamInfoGet with a success code describes a stream of eType.
 
   // A packet step of stream nStream covering [rtStart, rtEnd).
   static Step Packet(LONG nStream, eVCMediaType eType, LONGLONG rtStart, LONGLONG rtEnd, LONG eFlags = 0) {
@@ -175,6 +193,10 @@ struct CallRecord {
   // address of the wanted output properties; DecodeAudio: the audio
   // buffer's address.
   LONGLONG llArg = 0;
+  // Muxer family: MuxerSet's property text (strText: the path; strProps: the
+  // object's tree as the facade's copy left it), MuxerStreamAdd's
+  // properties (strText: the description's text), MuxerPacketPut's hints.
+  std::string strArg = {};
 };
 
 class IScript {
@@ -206,7 +228,7 @@ class IScript {
 };
 
 // Exported by the module: the script of one class family (0: splitter,
-// 1: decoder); null for any other.
+// 1: decoder, 3: muxer); null for any other.
 using PFN_VCTestScript = IScript* (*)(int nFamily);
 
 }  // namespace vctest

@@ -146,6 +146,7 @@ class CScript final : public IScript {
 // objects may outlive tests.
 CScript& SplitterScript();
 CScript& DecoderScript();
+CScript& MuxerScript();
 
 inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 
@@ -153,5 +154,8 @@ inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 HRESULT CreateScriptedNVidiaDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedQuickSyncDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedGeneralDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
+// The muxer classes' creation functions (ScriptedMuxer.cpp).
+HRESULT CreateScriptedNabletMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedGeneralMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vctest
