@@ -155,6 +155,7 @@ HRESULT CCoVCMuxer::MuxerSet(BSTR _bsFilePath, BSTR _bsProps) {
   const String strCallProps = Text(_bsProps);
 
   ComPtr<IVCMuxer> cpRunning;
+  ComPtr<IVCMuxer> cpSameFile;
   {
     CKAutoLock lock(m_csLock);
     if (ReadPropBool(*spNode, W("seamless_switch"), false)) {
@@ -171,7 +172,21 @@ HRESULT CCoVCMuxer::MuxerSet(BSTR _bsFilePath, BSTR _bsProps) {
       const bool bSameProps =
           m_bHasProps == bPropsPresent && (!bPropsPresent || StrIEquals(m_strProps, strCallProps));
       if (bSamePath && bSameProps) return S_FALSE;
+      // New properties for the file being written: a second muxer would
+      // truncate it under the first, whose trailer would then land in the
+      // new file. The running one finishes the file first.
+      if (bSamePath && bPathPresent) {
+        cpSameFile = m_inner.Detach();
+        m_bHasPath = m_bHasProps = false;
+        m_strPath.clear();
+        m_strProps.clear();
+      }
     }
+  }
+  if (cpSameFile) {
+    VC_LOG(eVCLL_Detail, "MuxerSet(%ws) closes the running muxer first: the new one writes the same file",
+           strPath.c_str());
+    _CloseDetached(std::move(cpSameFile));
   }
   if (cpRunning) {
     // The running muxer switches its target itself; only the switch is

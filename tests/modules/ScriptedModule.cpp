@@ -37,6 +37,10 @@ CScript& MuxerScript() {
   static CScript* s_pScript = new CScript;
   return *s_pScript;
 }
+CScript& EncoderScript() {
+  static CScript* s_pScript = new CScript;
+  return *s_pScript;
+}
 
 namespace {
 
@@ -158,7 +162,13 @@ vc::CVCModule& ScriptedModule() {
        {&vc::CLSID_GeneralDecoder, "ScriptedDecoder", "Scripted Decoder Class", 5, &CreateScriptedGeneralDecoder},
        {&vc::CLSID_NabletMpegMuxer, "ScriptedNabletMuxer", "Scripted nablet Muxer Class", 31,
         &CreateScriptedNabletMuxer},
-       {&vc::CLSID_GeneralMuxer, "ScriptedMuxer", "Scripted Muxer Class", 32, &CreateScriptedGeneralMuxer}},
+       {&vc::CLSID_GeneralMuxer, "ScriptedMuxer", "Scripted Muxer Class", 32, &CreateScriptedGeneralMuxer},
+       {&vc::CLSID_NVEncEncoder, "ScriptedNVEncEncoder", "Scripted NVEnc Encoder Class", 6,
+        &CreateScriptedNVEncEncoder},
+       {&vc::CLSID_IntelQSEncoder, "ScriptedIntelQSEncoder", "Scripted IntelQS Encoder Class", 7,
+        &CreateScriptedIntelQSEncoder},
+       {&vc::CLSID_AMDEncoder, "ScriptedAMDEncoder", "Scripted AMD Encoder Class", 8, &CreateScriptedAMDEncoder},
+       {&vc::CLSID_GeneralEncoder, "ScriptedEncoder", "Scripted Encoder Class", 9, &CreateScriptedGeneralEncoder}},
       [](int) -> std::string { return {}; }, false);
   return s_module;
 }
@@ -170,6 +180,7 @@ VC_EXPORT vctest::IScript* VCTestScript(int nFamily) {
   switch (nFamily) {
     case 0: return &vctest::SplitterScript();
     case 1: return &vctest::DecoderScript();
+    case 2: return &vctest::EncoderScript();
     case 3: return &vctest::MuxerScript();
     default: return nullptr;
   }

@@ -42,6 +42,11 @@ enum class eCall : int {
   MuxerStreamInfoGet,
   MuxerPacketPut,
   MuxerClose,
+  // Encoder family (script 2).
+  EncodeCodecSet,
+  EncodeFramePut,
+  EncodePacketsGet,
+  EncodeClose,
   kCount
 };
 
@@ -56,6 +61,11 @@ enum class eClass : int {
   // The muxer candidates; Create text "nablet" or "general".
   NabletMuxer,
   GeneralMuxer,
+  // The encoder classes, Create text "nvenc", "intelqs", "amd", "general".
+  NVEncEncoder,
+  IntelQSEncoder,
+  AMDEncoder,
+  GeneralEncoder,
 };
 
 inline const char* CallName(eCall call) {
@@ -77,6 +87,10 @@ inline const char* CallName(eCall call) {
     case eCall::MuxerStreamInfoGet: return "MuxerStreamInfoGet";
     case eCall::MuxerPacketPut: return "MuxerPacketPut";
     case eCall::MuxerClose: return "MuxerClose";
+    case eCall::EncodeCodecSet: return "EncodeCodecSet";
+    case eCall::EncodeFramePut: return "EncodeFramePut";
+    case eCall::EncodePacketsGet: return "EncodePacketsGet";
+    case eCall::EncodeClose: return "EncodeClose";
     case eCall::kCount: break;
   }
   return "?";
@@ -138,6 +152,20 @@ struct Step {
   // MuxerClose answer hr (Create: a failure means no object);
   // MuxerStreamInfoGet with a success code describes a stream of eType.
 
+  // Encoder family (script 2). Create, EncodeCodecSet, EncodeClose answer
+  // hr (per class with forClass). EncodeFramePut fails with hr when hr is a
+  // failure, and from the object's nFailAt-th frame on with hrFail; else
+  // the frame makes a packet (none with bNoPacket) with the frame's times,
+  // or rtStart and rtEnd with bFrameTimes; packets come out once more than
+  // nDelay frames wait, a drain (no frame) lets all out. A packet goes to
+  // EncodeFramePut's slot when there is one, else waits for
+  // EncodePacketsGet, which answers HRESULT_FROM_WIN32(ERROR_EMPTY) when
+  // none waits. Create: what the object answers for "codec_name",
+  // "codec::codec" and the tag property (empty: no value).
+  std::string strCodecName;
+  std::string strCodecCodec;
+  std::string strTag;
+
   // A packet step of stream nStream covering [rtStart, rtEnd).
   static Step Packet(LONG nStream, eVCMediaType eType, LONGLONG rtStart, LONGLONG rtEnd, LONG eFlags = 0) {
     Step step;
@@ -197,6 +225,10 @@ struct CallRecord {
   // object's tree as the facade's copy left it), MuxerStreamAdd's
   // properties (strText: the description's text), MuxerPacketPut's hints.
   std::string strArg = {};
+  // Encoder family: EncodeCodecSet's text is its configuration and
+  // llValue its media type; EncodeFramePut's text is its hints, bPacket
+  // tells that a frame came, rtStart/rtEnd are the frame's times and llArg
+  // the frame's address.
 };
 
 class IScript {
@@ -228,7 +260,7 @@ class IScript {
 };
 
 // Exported by the module: the script of one class family (0: splitter,
-// 1: decoder, 3: muxer); null for any other.
+// 1: decoder, 2: encoder, 3: muxer); null for any other.
 using PFN_VCTestScript = IScript* (*)(int nFamily);
 
 }  // namespace vctest

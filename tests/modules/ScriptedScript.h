@@ -147,6 +147,7 @@ class CScript final : public IScript {
 CScript& SplitterScript();
 CScript& DecoderScript();
 CScript& MuxerScript();
+CScript& EncoderScript();
 
 inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 
@@ -157,5 +158,11 @@ HRESULT CreateScriptedGeneralDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 // The muxer classes' creation functions (ScriptedMuxer.cpp).
 HRESULT CreateScriptedNabletMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedGeneralMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
+
+// The encoder classes' creation functions (ScriptedEncoder.cpp).
+HRESULT CreateScriptedNVEncEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedIntelQSEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedAMDEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedGeneralEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vctest

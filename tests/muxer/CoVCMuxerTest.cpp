@@ -133,6 +133,26 @@ TEST_F(MuxerTargetTest, PathDifferingOnlyInCase_ReplacesTheMuxer) {
   EXPECT_NE(LastObject(eCall::MuxerPacketPut), nFirst);
 }
 
+TEST_F(MuxerTargetTest, SamePathNewProperties_TheRunningMuxerFinishesTheFileFirst) {
+  ASSERT_EQ(Set("/out/a.mp4", "format=mp4"), S_OK);
+  const uint64_t nFirst = LastObject(eCall::MuxerSet);
+  const size_t nMark = Mark();
+  vc::CLogCapture log(vc::eVCLL_Progress);
+  ASSERT_EQ(Set("/out/a.mp4", "format=mp4 title=two"), S_OK);
+  // Two muxers on one file would truncate it under the first: the first
+  // closes before the new one is created.
+  const std::vector<CallRecord> vecAll = m_pScript->Calls();
+  std::vector<eCall> vecOrder;
+  for (size_t i = nMark; i < vecAll.size(); ++i) vecOrder.push_back(vecAll[i].call);
+  ASSERT_GE(vecOrder.size(), 3u);
+  EXPECT_EQ(vecOrder[0], eCall::MuxerClose);
+  EXPECT_EQ(vecAll[nMark].nObject, nFirst);
+  EXPECT_EQ(Created(nMark), std::vector<std::string>{"general"});
+  EXPECT_EQ(Calls(eCall::MuxerClose, nMark).size(), 1u) << "closed once, not again at the swap";
+  EXPECT_TRUE(LogLineWith(log, {"closes the running muxer first"}, vc::eVCLL_Detail));
+  EXPECT_EQ(StoredPath(), "/out/a.mp4");
+}
+
 TEST_F(MuxerTargetTest, AfterClose_TheSamePathOpensANewMuxer) {
   ASSERT_EQ(Set("/out/a.mp4", "format=mp4"), S_OK);
   ASSERT_EQ(m_cpMuxer->MuxerClose(), S_OK);
