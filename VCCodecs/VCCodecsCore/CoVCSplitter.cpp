@@ -240,11 +240,16 @@ DWORD CCoVCSplitter::_RunThread(ComPtr<IVCSplitter> cpVCSplitter) {
   VC_SPLITTER_ASSERT(hrInit == S_OK);
   LONG nOrder = 0;
   LONGLONG rtSegment = -1;
+  // After a failed read (end of file too) every queue is at its end: the
+  // thread reads again only for a new segment, however often consumers
+  // wake it meanwhile.
+  bool bAtEnd = false;
   while (m_thread.RunFlag()) {
     if (!m_thread.WaitWake()) break;
 
     const LONGLONG llPos = m_llSeekingPos.exchange(-1);
     if (llPos >= 0) {
+      bAtEnd = false;
       bool bStreamsChanged = false;
       _ApplySegment(cpVCSplitter.Get(), llPos, &bStreamsChanged);
       rtSegment = llPos;
@@ -253,7 +258,8 @@ DWORD CCoVCSplitter::_RunThread(ComPtr<IVCSplitter> cpVCSplitter) {
       if (bStreamsChanged) continue;  // the next wake starts reading
     }
     // The order counts packets only: an empty or failed read takes no number.
-    if (_ReadOne(cpVCSplitter.Get(), nOrder, rtSegment)) ++nOrder;
+    if (bAtEnd) continue;
+    if (_ReadOne(cpVCSplitter.Get(), nOrder, rtSegment, &bAtEnd)) ++nOrder;
   }
   if (SUCCEEDED(hrInit)) CoUninitialize();
   return 0;
@@ -305,12 +311,13 @@ LONGLONG CCoVCSplitter::_NetworkTimeOffset(IVCSplitter* pVCSplitter, const K_PAC
   return m_rtTimeOffset;
 }
 
-bool CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment) {
+bool CCoVCSplitter::_ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment, bool* pbAtEnd) {
   ComPtr<IVCPacket> cpVCPacket;
   const HRESULT hr = pVCSplitter->SplitterPacketGet(-1, cpVCPacket.AddressOf(), nullptr);
   if (FAILED(hr)) {
     VC_LOG(eVCLL_Error, "cpVCSplitter->SplitterPacketGet() FAILED hr=%08X", hr);
     m_streams.DeqEOS(-1, false);
+    *pbAtEnd = true;
     return false;
   }
   if (!cpVCPacket) {

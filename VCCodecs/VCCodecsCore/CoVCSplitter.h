@@ -100,8 +100,9 @@ class CCoVCSplitter : public CKObjectRoot,
   void _CloseSource() VC_REQUIRES(m_csOpen);
   DWORD _RunThread(ComPtr<IVCSplitter> cpVCSplitter);
   void _ApplySegment(IVCSplitter* pVCSplitter, LONGLONG rtSegment, bool* pbStreamsChanged);
-  // One read; true when a packet was queued (stamped with nOrder).
-  bool _ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment);
+  // One read; true when a packet was queued (stamped with nOrder). A failed
+  // read puts every queue at its end and sets *pbAtEnd.
+  bool _ReadOne(IVCSplitter* pVCSplitter, LONG nOrder, LONGLONG rtSegment, bool* pbAtEnd);
   LONGLONG _NetworkTimeOffset(IVCSplitter* pVCSplitter, const K_PACKET_INFO& info);
   // The ready and full levels in 100 ns units for the source kind, and the
   // drop flag, as the reading thread last read them from the properties.
