@@ -133,7 +133,9 @@ HRESULT CFFMuxer::MuxerSet(BSTR _bsFilePath, BSTR _bsProps) {
     }
   }
   if (FAILED(hr)) return hr;
-  {
+  // A switch request is for this call only: kept in the tree, it would turn
+  // every later move into a switch at a key packet.
+  if (!bSeamless) {
     CKAutoLock propsLock(m_csLock);
     _PropsReplaceRootLocked(spProps);
   }
