@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 #include <unistd.h>
 
 #include <cstdint>
@@ -104,6 +108,34 @@ inline void ReadSource(const std::string& strPath, CSource* pSource) {
     pSource->summaries.push_back(Summarise(cpPacket.Get()));
     pSource->packets.push_back(std::move(cpPacket));
   }
+}
+
+// The packets of a file as a plain libavformat read loop sees them (no
+// hash: the payload is not kept), for checks that must not depend on the
+// general splitter. The avformat_open_input result, or the first read
+// error that is not the end of the file.
+inline int ReadWithLibav(const std::string& strPath, std::vector<CPacketSummary>* pvecPackets) {
+  AVFormatContext* pFormat = nullptr;
+  int nRet = avformat_open_input(&pFormat, strPath.c_str(), nullptr, nullptr);
+  if (nRet < 0) return nRet;
+  nRet = avformat_find_stream_info(pFormat, nullptr);
+  AVPacket* pPacket = av_packet_alloc();
+  while (nRet >= 0 && pPacket) {
+    nRet = av_read_frame(pFormat, pPacket);
+    if (nRet < 0) break;
+    const AVRational tb = pFormat->streams[pPacket->stream_index]->time_base;
+    CPacketSummary s;
+    s.nStream = pPacket->stream_index;
+    s.bKey = (pPacket->flags & AV_PKT_FLAG_KEY) != 0;
+    s.rtStart = pPacket->pts == AV_NOPTS_VALUE ? VC_TIME_UNSET : av_rescale_q(pPacket->pts, tb, AVRational{1, static_cast<int>(VC_TIME_SECOND)});
+    s.llDts = pPacket->dts;
+    s.cbData = pPacket->size;
+    pvecPackets->push_back(s);
+    av_packet_unref(pPacket);
+  }
+  av_packet_free(&pPacket);
+  avformat_close_input(&pFormat);
+  return nRet == AVERROR_EOF ? 0 : nRet;
 }
 
 inline ComPtr<IVCMuxer> NewMuxer() {
