@@ -39,9 +39,23 @@ AVRational TimeBaseOf(const K_STREAM_INFO& info) {
   return kRefTimeBase;
 }
 
-// A failed write as the caller should see it: a full disk has its own code.
-HRESULT WriteErrorToHr(int nAvError) {
-  return nAvError == AVERROR(ENOSPC) ? HRESULT_FROM_WIN32(112) /* ERROR_DISK_FULL */ : AvErrorToHr(nAvError);
+// A failed open or write as the caller should see it: the file system's
+// refusals keep their own codes, so that a host can tell a full disk from a
+// path that cannot be written.
+HRESULT FileErrorToHr(int nAvError) {
+  switch (nAvError) {
+    case AVERROR(ENOSPC):
+    case AVERROR(EDQUOT):
+      return HRESULT_FROM_WIN32(112);  // ERROR_DISK_FULL
+    case AVERROR(EROFS):
+      return HRESULT_FROM_WIN32(19);  // ERROR_WRITE_PROTECT
+    case AVERROR(ENOTDIR):
+      return HRESULT_FROM_WIN32(3);  // ERROR_PATH_NOT_FOUND
+    case AVERROR(EISDIR):
+      return E_ACCESSDENIED;
+    default:
+      return AvErrorToHr(nAvError);
+  }
 }
 
 HRESULT ReadRecords(IVCPacket* pPacket, K_PACKET_INFO* pInfo, K_TIME* pTime) {
@@ -78,7 +92,7 @@ HRESULT CFFMuxer::_OpenOutput(const String& strPath, const std::string& strForma
   const char* szStep = "";
   const int nRet = pOutput->Open(pFormat, strPath, &szStep);
   if (nRet < 0) {
-    const HRESULT hr = AvErrorToHr(nRet);
+    const HRESULT hr = FileErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerSet(%ws) FAILED hr=%08X: %hs: %hs\n", strPath.c_str(), hr, szStep,
            AvErrorText(nRet).c_str());
     return hr;
@@ -133,7 +147,9 @@ HRESULT CFFMuxer::MuxerSet(BSTR _bsFilePath, BSTR _bsProps) {
     }
   }
   if (FAILED(hr)) return hr;
-  {
+  // A switch request is for this call only: kept in the tree, it would turn
+  // every later move into a switch at a key packet.
+  if (!bSeamless) {
     CKAutoLock propsLock(m_csLock);
     _PropsReplaceRootLocked(spProps);
   }
@@ -168,7 +184,7 @@ HRESULT CFFMuxer::_SwitchNow() {
   m_output = std::move(m_next);
   HRESULT hr = S_OK;
   if (nRet < 0) {
-    hr = AvErrorToHr(nRet);
+    hr = FileErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerSet(%ws) FAILED hr=%08X: finishing %ws: %hs\n", m_output.Path().c_str(), hr,
            strOld.c_str(), AvErrorText(nRet).c_str());
   }
@@ -400,7 +416,7 @@ HRESULT CFFMuxer::_StartOutput() {
   const char* szStep = "";
   const int nRet = m_output.Start(vecInfos, vecTimeBases, containerTags, vecStreamTags, &szStep);
   if (nRet < 0) {
-    const HRESULT hr = AvErrorToHr(nRet);
+    const HRESULT hr = FileErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerPacketPut(%ws) FAILED hr=%08X: %hs: %hs\n", m_output.Path().c_str(), hr, szStep,
            AvErrorText(nRet).c_str());
     return hr;
@@ -451,7 +467,7 @@ HRESULT CFFMuxer::_WriteNext(size_t nStream) {
   }
   const int nRet = m_output.Write(static_cast<int>(nStream), queued.spPacket.get());
   if (nRet < 0) {
-    const HRESULT hr = WriteErrorToHr(nRet);
+    const HRESULT hr = FileErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerPacketPut(%d) FAILED hr=%08X: writing %ws: %hs\n", static_cast<int>(nStream), hr,
            m_output.Path().c_str(), AvErrorText(nRet).c_str());
     return hr;
@@ -473,7 +489,7 @@ HRESULT CFFMuxer::_CloseLocked() {
   }
   const int nRet = m_output.Finish();
   if (nRet < 0) {
-    const HRESULT hrFinish = WriteErrorToHr(nRet);
+    const HRESULT hrFinish = FileErrorToHr(nRet);
     VC_LOG(eVCLL_Error, "MuxerClose() FAILED hr=%08X: finishing %ws: %hs\n", hrFinish, strPath.c_str(),
            AvErrorText(nRet).c_str());
     if (SUCCEEDED(hr)) hr = hrFinish;

@@ -24,6 +24,9 @@
 // queued packets go to the old file first), or with "seamless_switch=true"
 // at the next key packet of the first video stream in time order (with no
 // video stream, at the next packet), so no packet is lost or written twice.
+// The switch request holds for that call only; the settings stay those of
+// the last plain MuxerSet. A second request before the key packet replaces
+// the first, whose file is removed unwritten.
 // MuxerClose writes what is queued and the trailer (index, moov, duration).
 // A failed write is returned with its code; the file keeps what was written
 // before it, and MuxerClose still finishes it.

@@ -5,12 +5,14 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 }
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "FFCommon.h"
 #include "FFDecoderCodecs.h"
+#include "VCLog.h"
 
 namespace vc::ff {
 
@@ -135,13 +137,63 @@ int CFFMuxerOutput::Start(const std::vector<CKStreamInfo>& vecStreams, const std
   const int nRet = avformat_write_header(pContext, nullptr);
   if (nRet < 0) return nRet;
   m_vecTimeBases = vecTimeBases;
+  m_vecTimes.assign(vecStreams.size(), CTimes());
   m_bStarted = true;
   return 0;
+}
+
+CFFMuxerOutput::CTimes::CTimes() : llLastDts(AV_NOPTS_VALUE) {
+  for (int64_t& llPts : aPts) llPts = AV_NOPTS_VALUE;
+}
+
+void CFFMuxerOutput::_RepairTimes(int nStream, AVPacket* pPacket) {
+  CTimes& times = m_vecTimes[static_cast<size_t>(nStream)];
+  const AVCodecParameters* pPar = m_spFormat->streams[nStream]->codecpar;
+  const int64_t llDtsIn = pPacket->dts;
+  const char* szWhat = nullptr;
+  if (pPacket->dts == AV_NOPTS_VALUE && pPacket->pts != AV_NOPTS_VALUE) {
+    if (pPar->codec_type == AVMEDIA_TYPE_VIDEO) {
+      // The smallest of the latest presentation times: a packet decodes no
+      // later than any of the reordered ones that follow it. Before the
+      // first few, the gaps are guessed from the packet's duration.
+      times.aPts[0] = pPacket->pts;
+      for (int i = 1; i <= kReorderDepth && times.aPts[i] == AV_NOPTS_VALUE; ++i)
+        times.aPts[i] = pPacket->pts + (i - kReorderDepth - 1) * std::max<int64_t>(pPacket->duration, 1);
+      for (int i = 0; i < kReorderDepth && times.aPts[i] > times.aPts[i + 1]; ++i)
+        std::swap(times.aPts[i], times.aPts[i + 1]);
+      pPacket->dts = times.aPts[0];
+    } else {
+      pPacket->dts = pPacket->pts;
+    }
+  }
+  const int64_t llNext = times.llLastDts == AV_NOPTS_VALUE
+                             ? AV_NOPTS_VALUE
+                             : times.llLastDts + ((m_spFormat->oformat->flags & AVFMT_TS_NONSTRICT) ? 0 : 1);
+  if (pPacket->dts != AV_NOPTS_VALUE && pPacket->pts != AV_NOPTS_VALUE && pPacket->dts > pPacket->pts) {
+    // Neither can be trusted: take the median of the two and the next
+    // allowed decoding time for both.
+    const int64_t a = pPacket->pts, b = pPacket->dts, c = llNext == AV_NOPTS_VALUE ? pPacket->pts : llNext;
+    pPacket->pts = pPacket->dts = std::max(std::min(a, b), std::min(std::max(a, b), c));
+    szWhat = "decoding time after presentation time";
+  }
+  if (pPacket->dts != AV_NOPTS_VALUE && llNext != AV_NOPTS_VALUE && pPacket->dts < llNext) {
+    if (pPacket->pts != AV_NOPTS_VALUE && pPacket->pts >= pPacket->dts) pPacket->pts = std::max(pPacket->pts, llNext);
+    pPacket->dts = llNext;
+    szWhat = "decoding times that do not increase";
+  }
+  if (pPacket->dts != AV_NOPTS_VALUE) times.llLastDts = pPacket->dts;
+  if (szWhat && !times.bLogged) {
+    times.bLogged = true;
+    VC_LOG(eVCLL_Info, "MuxerPacketPut(%d): %ws: %hs (dts %lld), repaired to dts %lld pts %lld; later repairs of this "
+           "stream are not logged\n", nStream, m_strPath.c_str(), szWhat, static_cast<long long>(llDtsIn),
+           static_cast<long long>(pPacket->dts), static_cast<long long>(pPacket->pts));
+  }
 }
 
 int CFFMuxerOutput::Write(int nStream, AVPacket* pPacket) {
   AVStream* pStream = m_spFormat->streams[nStream];
   av_packet_rescale_ts(pPacket, m_vecTimeBases[static_cast<size_t>(nStream)], pStream->time_base);
+  _RepairTimes(nStream, pPacket);
   pPacket->stream_index = nStream;
   pPacket->pos = -1;
   return av_interleaved_write_frame(m_spFormat.get(), pPacket);

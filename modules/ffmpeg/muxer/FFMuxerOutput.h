@@ -42,7 +42,14 @@ class CFFMuxerOutput {
             const CFFTags& containerTags, const std::vector<CFFTags>& vecStreamTags, const char** pszStep);
 
   // Writes one packet (its buffer is taken; times in the stream's input time
-  // base). The packet is left blank.
+  // base). The packet is left blank. Decoding times are repaired first, the
+  // way FFmpeg's own command-line tool does before it writes: a missing one
+  // is derived from the presentation times, one after its presentation time
+  // becomes the median of the two and the next allowed, and one that does
+  // not increase (does not decrease, where the container allows equal ones)
+  // is moved up to the next allowed value, taking the presentation time
+  // with it when that would fall behind. The first repair of each stream is
+  // logged at the info level.
   int Write(int nStream, AVPacket* pPacket);
 
   // Writes what libavformat still holds and the trailer (index, moov,
@@ -59,7 +66,21 @@ class CFFMuxerOutput {
   const String& Path() const { return m_strPath; }
 
  private:
+  // How many packets of reordered video may come before one that presents
+  // earlier, when decoding times must be derived (two B-frames in a row).
+  static constexpr int kReorderDepth = 2;
+
+  // The time state of one output stream, in the output time base.
+  struct CTimes {
+    int64_t llLastDts;
+    int64_t aPts[kReorderDepth + 1];  // the latest presentation times, smallest first
+    bool bLogged = false;
+    CTimes();
+  };
+  void _RepairTimes(int nStream, AVPacket* pPacket);
+
   AvOutputPtr m_spFormat;
+  std::vector<CTimes> m_vecTimes;
   String m_strPath;
   std::vector<AVRational> m_vecTimeBases;
   bool m_bStarted = false;
