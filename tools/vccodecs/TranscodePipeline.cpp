@@ -469,7 +469,7 @@ std::map<std::string, double> CTranscodePipeline::QueueFills() const {
     map[strName + " packets"] = static_cast<double>(spStream->spPackets->Size());
     map[strName + " frames"] = static_cast<double>(spStream->spFrames->Size());
   }
-  map["writer packets"] = static_cast<double>(const_cast<CBoundedQueue<WriterItem>&>(m_queueWriter).Size());
+  map["writer packets"] = static_cast<double>(m_queueWriter.Size());
   return map;
 }
 

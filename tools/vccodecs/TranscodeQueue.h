@@ -69,7 +69,7 @@ class CBoundedQueue {
     m_cvNotFull.notify_all();
   }
 
-  size_t Size() {
+  size_t Size() const {
     vc::CKMutexLock lock(m_mtx);
     return m_deqItems.size();
   }
@@ -77,7 +77,7 @@ class CBoundedQueue {
 
  private:
   const size_t m_nCapacity;
-  vc::CKMutex m_mtx;
+  mutable vc::CKMutex m_mtx;
   std::condition_variable m_cvNotFull;   // waits on m_mtx.native()
   std::condition_variable m_cvNotEmpty;  // waits on m_mtx.native()
   std::deque<T> m_deqItems VC_GUARDED_BY(m_mtx);
