@@ -26,6 +26,11 @@ constexpr CLSID kFFFrame = vc::MakeGuid("96EB1F70-4CC0-4830-9CC3-F064196B2626");
 constexpr CLSID kFFAudioBuffer = vc::MakeGuid("96EB1F71-4CC0-4830-9CC3-F064196B2626");
 constexpr CLSID kFFPacket = vc::MakeGuid("96EB1F72-4CC0-4830-9CC3-F064196B2626");
 constexpr CLSID kVCConverter = vc::MakeGuid("0792B97B-E4CB-4140-B848-EE96C6660837");
+constexpr CLSID kFFEncoder = vc::MakeGuid("96EB1F26-4CC0-4830-9CC3-F064196B2626");
+constexpr CLSID kFFEncoderNVEnc = vc::MakeGuid("D0C31F85-8131-48FD-82DA-1D2249FFBD53");
+constexpr CLSID kFFEncoderIntelQS = vc::MakeGuid("BE272839-CA83-42CA-931A-8273EFBDA9AE");
+constexpr CLSID kFFEncoderAMD = vc::MakeGuid("D5506CCF-973E-4C01-A25F-A4556DA73992");
+constexpr CLSID kFFMuxer = vc::MakeGuid("96EB1F23-4CC0-4830-9CC3-F064196B2626");
 
 constexpr HRESULT kEndOfMedia = static_cast<HRESULT>(0x8007044C);
 
@@ -210,7 +215,9 @@ class HostStrings : public ::testing::Test {
 TEST_F(HostStrings, EveryClass_CreatedByIdentifier) {
   const CLSID* classes[] = {&CLSID_VCSplitter, &CLSID_VCDecoder, &CLSID_VCEncoder, &CLSID_VCMuxer,
                             &kFFSplitter,      &kFFDecoder,      &kFFFrame,        &kFFAudioBuffer,
-                            &kFFPacket,        &kFFDecoderNVidia, &kFFDecoderQuickSync, &kVCConverter};
+                            &kFFPacket,        &kFFDecoderNVidia, &kFFDecoderQuickSync, &kVCConverter,
+                            &kFFEncoder,       &kFFEncoderNVEnc, &kFFEncoderIntelQS, &kFFEncoderAMD,
+                            &kFFMuxer};
   for (const CLSID* pclsid : classes) {
     CPtr<IUnknown> cp;
     EXPECT_EQ(Create(*pclsid, &cp), S_OK) << "class " << pclsid->Data1;

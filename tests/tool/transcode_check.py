@@ -9,7 +9,8 @@ CHECK is one of:
            audio its duration (within 50 ms),
            and audio starts against video as in the source (within 40 ms)
   split    --split 5 of the 20 s file: four files, each opening on a key
-           frame, together holding every source frame once
+           frame, together holding every source frame once; the --report
+           page written beside them
   failures an unknown codec, a missing input and an unwritable output fail
            with a message and leave no output file behind
 Exits non-zero with the failed expectations listed.
@@ -128,9 +129,14 @@ def check_formats(vccodecs, media, work):
 def check_split(vccodecs, media, work):
     src = os.path.join(media, "h264_aac_20s.mp4")
     out = os.path.join(work, "split.mp4")
-    res = transcode(vccodecs, [src, out, "--split", "5"])
+    report = os.path.join(work, "split.html")
+    res = transcode(vccodecs, [src, out, "--split", "5", "--report", report])
     if not expect(res.returncode == 0, f"split: exit {res.returncode}: {res.stderr.strip()[-300:]}"):
         return
+    # The report page came with it, with its plots and the muxer's table.
+    page = open(report, encoding="utf-8").read() if os.path.exists(report) else ""
+    expect("<svg" in page and "split-001.mp4" in page and "muxer" in page,
+           "split: the report page is missing or lacks its plots")
     parts = [os.path.join(work, f"split-{n:03d}.mp4") for n in range(1, 6)]
     expect(not os.path.exists(out), "split: the unnumbered output was written too")
     expect(all(os.path.exists(p) for p in parts[:4]) and not os.path.exists(parts[4]),

@@ -198,9 +198,7 @@ void FillReport(const TranscodeOptions& opts, const CTranscodePipeline& pipeline
   const std::vector<std::string> vecOutputs = pipeline.Outputs();
   pReport->strOutput = vecOutputs.empty() ? opts.strOutput : vecOutputs.front();
   pReport->strCommand = opts.strCommand;
-#if defined(VCTOOL_REPORT_WRITER)
   pReport->vecPlots = DefaultReportPlots();
-#endif
   for (const auto& spStream : pipeline.Streams()) {
     const TranscodeStream& s = *spStream;
     pReport->vecSummary.emplace_back("stream " + std::to_string(s.nSourceIndex),
@@ -231,16 +229,10 @@ void RemoveOutputs(const std::vector<std::string>& vecOutputs) {
 }
 
 bool WriteReportFile(const std::string& strPath, const TranscodeReport& report) {
-#if defined(VCTOOL_REPORT_WRITER)
   std::string strError;
   if (WriteReport(strPath, report, &strError)) return true;
   std::fprintf(stderr, "%s: the report %s was not written: %s\n", kCmd, strPath.c_str(), strError.c_str());
   return false;
-#else
-  (void)strPath;
-  (void)report;
-  return false;
-#endif
 }
 
 }  // namespace
@@ -249,12 +241,6 @@ int CmdTranscode(const std::vector<std::string>& args) {
   const Clock::time_point tStart = Clock::now();
   TranscodeOptions opts;
   if (!ParseTranscodeArgs(args, &opts)) return 1;
-#if !defined(VCTOOL_REPORT_WRITER)
-  if (!opts.strReport.empty()) {
-    std::fprintf(stderr, "%s: --report: this build has no report writer\n", kCmd);
-    return 1;
-  }
-#endif
   Source source;
   if (!OpenSource("transcode", opts.strInput, &source)) return 2;
   CTranscodePipeline pipeline(opts);
