@@ -22,10 +22,10 @@ constexpr const char* kCmd = "vccodecs transcode";
 // Queue sizes: packets are small, so the reader may run well ahead of a
 // decoder; decoded pictures are large, so only a few wait for the encoder
 // (the encoder holds its own look-ahead).
-constexpr size_t kPacketQueue = 256;
-constexpr size_t kVideoFrameQueue = 6;
-constexpr size_t kAudioFrameQueue = 64;
-constexpr size_t kWriterQueue = 512;
+constexpr size_t kPacketQueue = 24;
+constexpr size_t kVideoFrameQueue = 3;
+constexpr size_t kAudioFrameQueue = 16;
+constexpr size_t kWriterQueue = 128;
 // A decoder that keeps answering frames to null packets is broken.
 constexpr int kMaxDrainFrames = 4096;
 
