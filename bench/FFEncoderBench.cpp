@@ -17,6 +17,7 @@ extern "C" {
 #include <cmath>
 #include <vector>
 
+#include "BenchMedia.h"
 #include "FFClasses.h"
 #include "FFFrame.h"
 #include "FFFrameScale.h"
@@ -171,6 +172,28 @@ void BM_EncoderAac(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(ModuleLoop(u"codec=aac bitrate=128000", vec, false));
   state.SetItemsProcessed(state.iterations() * kAudioFrames);
 }
+
+// How long a hardware route takes to refuse where its device is missing
+// (this machine has no GPU): the encoder facade walks these before the
+// software rows, so their refusal is paid on every EncodeCodecSet.
+void BM_HardwareRefusal(benchmark::State& state, HRESULT (*pfnCreate)(IUnknown*, REFIID, void**),
+                        const char16_t* szConfig) {
+  vcbench::CLogOff quiet;
+  int64_t llRefused = 0;
+  for (auto _ : state) {
+    vc::ComPtr<IVCEncoder> cp;
+    pfnCreate(nullptr, vc::IidOf<IVCEncoder>(), reinterpret_cast<void**>(cp.AddressOf()));
+    vc::CBstr bs{vc::StringView(szConfig)};
+    if (FAILED(cp->EncodeCodecSet(eVCMT_Video, bs))) ++llRefused;
+  }
+  state.counters["refused"] = static_cast<double>(llRefused) / static_cast<double>(state.iterations());
+}
+BENCHMARK_CAPTURE(BM_HardwareRefusal, nvenc, &vc::ff::CreateFFEncoderNVEnc, u"codec=n264")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_HardwareRefusal, intelqs, &vc::ff::CreateFFEncoderIntelQS, u"codec=q264 hw_only=true")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_HardwareRefusal, amd, &vc::ff::CreateFFEncoderAMD, u"codec=h264_amf amd=true")
+    ->Unit(benchmark::kMillisecond);
 
 BENCHMARK(BM_PlainX264)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_EncoderX264)->Unit(benchmark::kMillisecond)->UseRealTime();

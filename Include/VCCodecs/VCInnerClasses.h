@@ -27,7 +27,8 @@ inline constexpr CLSID CLSID_NVEncEncoder = MakeGuid("D0C31F85-8131-48FD-82DA-1D
 inline constexpr CLSID CLSID_IntelQSEncoder = MakeGuid("BE272839-CA83-42CA-931A-8273EFBDA9AE");
 inline constexpr CLSID CLSID_AMDEncoder = MakeGuid("D5506CCF-973E-4C01-A25F-A4556DA73992");
 
-// Muxer: the general one.
+// Muxers: nablet's MPEG muxer (asked for by format only) and the general one.
+inline constexpr CLSID CLSID_NabletMpegMuxer = MakeGuid("090AD36C-B9C2-483C-97F7-4F7023D238DB");
 inline constexpr CLSID CLSID_GeneralMuxer = MakeGuid("96EB1F23-4CC0-4830-9CC3-F064196B2626");
 
 // The frame converter the encoder facade converts input frames with

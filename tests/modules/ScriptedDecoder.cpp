@@ -33,7 +33,7 @@ const char* KindOf(eClass objClass) {
     case eClass::NVidiaDecoder: return "nvidia";
     case eClass::QuickSyncDecoder: return "quicksync";
     case eClass::GeneralDecoder: return "general";
-    case eClass::Any: break;
+    default: break;  // Any, and the classes of the other families
   }
   return "?";
 }

@@ -1,7 +1,8 @@
 // Corvane.Test.Scripted.x64: the scripted inner objects (see
 // ScriptedObjects.h). It serves the general splitter's and the MXF
-// splitter's class identifiers, and the three decoder candidates' (NVIDIA,
-// QuickSync, the general one), so a facade creates it once a test has
+// splitter's class identifiers, the three decoder candidates' (NVIDIA,
+// QuickSync, the general one) and the two muxer candidates' (nablet's MPEG
+// muxer, the general one), so a facade creates it once a test has
 // registered it in the private registry under those identifiers.
 #include <algorithm>
 #include <atomic>
@@ -29,6 +30,14 @@ CScript& SplitterScript() {
   return *s_pScript;
 }
 CScript& DecoderScript() {
+  static CScript* s_pScript = new CScript;
+  return *s_pScript;
+}
+CScript& MuxerScript() {
+  static CScript* s_pScript = new CScript;
+  return *s_pScript;
+}
+CScript& EncoderScript() {
   static CScript* s_pScript = new CScript;
   return *s_pScript;
 }
@@ -150,7 +159,16 @@ vc::CVCModule& ScriptedModule() {
         &CreateScriptedNVidiaDecoder},
        {&vc::CLSID_QuickSyncDecoder, "ScriptedQuickSyncDecoder", "Scripted QuickSync Decoder Class", 4,
         &CreateScriptedQuickSyncDecoder},
-       {&vc::CLSID_GeneralDecoder, "ScriptedDecoder", "Scripted Decoder Class", 5, &CreateScriptedGeneralDecoder}},
+       {&vc::CLSID_GeneralDecoder, "ScriptedDecoder", "Scripted Decoder Class", 5, &CreateScriptedGeneralDecoder},
+       {&vc::CLSID_NabletMpegMuxer, "ScriptedNabletMuxer", "Scripted nablet Muxer Class", 31,
+        &CreateScriptedNabletMuxer},
+       {&vc::CLSID_GeneralMuxer, "ScriptedMuxer", "Scripted Muxer Class", 32, &CreateScriptedGeneralMuxer},
+       {&vc::CLSID_NVEncEncoder, "ScriptedNVEncEncoder", "Scripted NVEnc Encoder Class", 6,
+        &CreateScriptedNVEncEncoder},
+       {&vc::CLSID_IntelQSEncoder, "ScriptedIntelQSEncoder", "Scripted IntelQS Encoder Class", 7,
+        &CreateScriptedIntelQSEncoder},
+       {&vc::CLSID_AMDEncoder, "ScriptedAMDEncoder", "Scripted AMD Encoder Class", 8, &CreateScriptedAMDEncoder},
+       {&vc::CLSID_GeneralEncoder, "ScriptedEncoder", "Scripted Encoder Class", 9, &CreateScriptedGeneralEncoder}},
       [](int) -> std::string { return {}; }, false);
   return s_module;
 }
@@ -162,6 +180,8 @@ VC_EXPORT vctest::IScript* VCTestScript(int nFamily) {
   switch (nFamily) {
     case 0: return &vctest::SplitterScript();
     case 1: return &vctest::DecoderScript();
+    case 2: return &vctest::EncoderScript();
+    case 3: return &vctest::MuxerScript();
     default: return nullptr;
   }
 }

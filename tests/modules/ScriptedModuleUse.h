@@ -13,7 +13,7 @@
 
 namespace vctest {
 
-// The script of family nFamily (0: splitter, 1: decoder); null when the
+// The script of family nFamily (0: splitter, 1: decoder, 2: encoder, 3: muxer); null when the
 // module does not load. The module stays loaded for the process.
 inline IScript* LoadScript(int nFamily) {
   const vc::String strPath = vc::FromUtf8(ModulePathInBin("Corvane.Test.Scripted.x64"));

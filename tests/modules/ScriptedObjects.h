@@ -11,7 +11,8 @@
 // order. A step or allowance may name the class an object was created as
 // (the decoder candidates share one script), and then serves only objects of
 // that class. Each family has its own script in the module (0: splitter,
-// 1: decoder); tests reach it through the module's exported VCTestScript.
+// 1: decoder, 3: muxer); tests reach it through the module's exported
+// VCTestScript.
 #pragma once
 
 #include <cstdint>
@@ -35,6 +36,17 @@ enum class eCall : int {
   DecodePacket,
   DecodeAudio,
   DecodeClose,
+  // Muxer family (script 3).
+  MuxerSet,
+  MuxerStreamAdd,
+  MuxerStreamInfoGet,
+  MuxerPacketPut,
+  MuxerClose,
+  // Encoder family (script 2).
+  EncodeCodecSet,
+  EncodeFramePut,
+  EncodePacketsGet,
+  EncodeClose,
   kCount
 };
 
@@ -46,6 +58,14 @@ enum class eClass : int {
   NVidiaDecoder,
   QuickSyncDecoder,
   GeneralDecoder,
+  // The muxer candidates; Create text "nablet" or "general".
+  NabletMuxer,
+  GeneralMuxer,
+  // The encoder classes, Create text "nvenc", "intelqs", "amd", "general".
+  NVEncEncoder,
+  IntelQSEncoder,
+  AMDEncoder,
+  GeneralEncoder,
 };
 
 inline const char* CallName(eCall call) {
@@ -62,6 +82,15 @@ inline const char* CallName(eCall call) {
     case eCall::DecodePacket: return "DecodePacket";
     case eCall::DecodeAudio: return "DecodeAudio";
     case eCall::DecodeClose: return "DecodeClose";
+    case eCall::MuxerSet: return "MuxerSet";
+    case eCall::MuxerStreamAdd: return "MuxerStreamAdd";
+    case eCall::MuxerStreamInfoGet: return "MuxerStreamInfoGet";
+    case eCall::MuxerPacketPut: return "MuxerPacketPut";
+    case eCall::MuxerClose: return "MuxerClose";
+    case eCall::EncodeCodecSet: return "EncodeCodecSet";
+    case eCall::EncodeFramePut: return "EncodeFramePut";
+    case eCall::EncodePacketsGet: return "EncodePacketsGet";
+    case eCall::EncodeClose: return "EncodeClose";
     case eCall::kCount: break;
   }
   return "?";
@@ -119,6 +148,23 @@ struct Step {
   HRESULT hrNoFrame = S_FALSE;
   // DecodeAudio: the sample count it reports.
   LONG nSamples = 0;
+  // Muxer family: Create, MuxerSet, MuxerStreamAdd, MuxerPacketPut and
+  // MuxerClose answer hr (Create: a failure means no object);
+  // MuxerStreamInfoGet with a success code describes a stream of eType.
+
+  // Encoder family (script 2). Create, EncodeCodecSet, EncodeClose answer
+  // hr (per class with forClass). EncodeFramePut fails with hr when hr is a
+  // failure, and from the object's nFailAt-th frame on with hrFail; else
+  // the frame makes a packet (none with bNoPacket) with the frame's times,
+  // or rtStart and rtEnd with bFrameTimes; packets come out once more than
+  // nDelay frames wait, a drain (no frame) lets all out. A packet goes to
+  // EncodeFramePut's slot when there is one, else waits for
+  // EncodePacketsGet, which answers HRESULT_FROM_WIN32(ERROR_EMPTY) when
+  // none waits. Create: what the object answers for "codec_name",
+  // "codec::codec" and the tag property (empty: no value).
+  std::string strCodecName;
+  std::string strCodecCodec;
+  std::string strTag;
 
   // A packet step of stream nStream covering [rtStart, rtEnd).
   static Step Packet(LONG nStream, eVCMediaType eType, LONGLONG rtStart, LONGLONG rtEnd, LONG eFlags = 0) {
@@ -175,6 +221,14 @@ struct CallRecord {
   // address of the wanted output properties; DecodeAudio: the audio
   // buffer's address.
   LONGLONG llArg = 0;
+  // Muxer family: MuxerSet's property text (strText: the path; strProps: the
+  // object's tree as the facade's copy left it), MuxerStreamAdd's
+  // properties (strText: the description's text), MuxerPacketPut's hints.
+  std::string strArg = {};
+  // Encoder family: EncodeCodecSet's text is its configuration and
+  // llValue its media type; EncodeFramePut's text is its hints, bPacket
+  // tells that a frame came, rtStart/rtEnd are the frame's times and llArg
+  // the frame's address.
 };
 
 class IScript {
@@ -206,7 +260,7 @@ class IScript {
 };
 
 // Exported by the module: the script of one class family (0: splitter,
-// 1: decoder); null for any other.
+// 1: decoder, 2: encoder, 3: muxer); null for any other.
 using PFN_VCTestScript = IScript* (*)(int nFamily);
 
 }  // namespace vctest

@@ -146,6 +146,8 @@ class CScript final : public IScript {
 // objects may outlive tests.
 CScript& SplitterScript();
 CScript& DecoderScript();
+CScript& MuxerScript();
+CScript& EncoderScript();
 
 inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 
@@ -153,5 +155,14 @@ inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
 HRESULT CreateScriptedNVidiaDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedQuickSyncDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
 HRESULT CreateScriptedGeneralDecoder(IUnknown* pOuter, REFIID riid, void** ppv);
+// The muxer classes' creation functions (ScriptedMuxer.cpp).
+HRESULT CreateScriptedNabletMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedGeneralMuxer(IUnknown* pOuter, REFIID riid, void** ppv);
+
+// The encoder classes' creation functions (ScriptedEncoder.cpp).
+HRESULT CreateScriptedNVEncEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedIntelQSEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedAMDEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
+HRESULT CreateScriptedGeneralEncoder(IUnknown* pOuter, REFIID riid, void** ppv);
 
 }  // namespace vctest

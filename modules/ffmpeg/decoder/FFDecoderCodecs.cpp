@@ -65,7 +65,11 @@ AVCodecID WaveTagToId(const std::string& lower) {
   return av_codec_get_id(audioTags, static_cast<unsigned int>(nTag));
 }
 
+// A decoder that cannot work on the CPU alone: the hardware wrappers, and
+// FFmpeg's own AV1 decoder, which decodes only through a hardware
+// accelerator (libdav1d or libaom decode AV1 in software).
 bool IsHardwareDecoder(const AVCodec* pCodec) {
+  if (pCodec->id == AV_CODEC_ID_AV1 && std::string_view(pCodec->name) == "av1") return true;
   return (pCodec->capabilities & (AV_CODEC_CAP_HARDWARE | AV_CODEC_CAP_HYBRID)) != 0;
 }
 

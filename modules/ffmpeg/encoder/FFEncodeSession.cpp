@@ -43,6 +43,19 @@ AVPixelFormat ChoosePixFmt(const AVCodec* pCodec, AVPixelFormat eInput, const st
     VC_LOG(eVCLL_Retry, "encoder '%s': unknown pix_fmt '%s', choosing one\n", pCodec->name, strWanted.c_str());
   }
   if (!pCodec->pix_fmts) return eInput;
+  if (pCodec->id == AV_CODEC_ID_MJPEG) {
+    // JPEG is full range: limited-range input is scaled into the full-range
+    // formats rather than written with a non-standard range.
+    std::vector<AVPixelFormat> vecFull;
+    for (const AVPixelFormat* p = pCodec->pix_fmts; *p != AV_PIX_FMT_NONE; ++p) {
+      const AVPixFmtDescriptor* pDesc = av_pix_fmt_desc_get(*p);
+      if (pDesc && std::strncmp(pDesc->name, "yuvj", 4) == 0) vecFull.push_back(*p);
+    }
+    if (!vecFull.empty()) {
+      vecFull.push_back(AV_PIX_FMT_NONE);
+      return avcodec_find_best_pix_fmt_of_list(vecFull.data(), eInput, 0, nullptr);
+    }
+  }
   return avcodec_find_best_pix_fmt_of_list(pCodec->pix_fmts, eInput, 0, nullptr);
 }
 
@@ -76,7 +89,10 @@ void CFFEncodeSession::Close() {
   m_streamInfo = CKStreamInfo();
   m_llLastPts = AV_NOPTS_VALUE;
   m_mapFrameTimes.clear();
-  m_spFifo.reset();
+  m_audioConverter.Reset();
+  m_spPending.reset();
+  m_nPendingFill = 0;
+  m_spResampled.reset();
   m_llNextSample = AV_NOPTS_VALUE;
 }
 
@@ -118,14 +134,6 @@ int CFFEncodeSession::Open(const AVCodec* pCodec, const CFFEncodeSettings& setti
   if (nErr < 0) {
     Close();
     return nErr;
-  }
-  if (pCodec->type == AVMEDIA_TYPE_AUDIO) {
-    m_spFifo.reset(av_audio_fifo_alloc(m_spContext->sample_fmt, m_spContext->ch_layout.nb_channels,
-                                       std::max(m_spContext->frame_size, 1024) * 2));
-    if (!m_spFifo) {
-      Close();
-      return AVERROR(ENOMEM);
-    }
   }
   _BuildStreamInfo(dblRate);
   return 0;
@@ -254,64 +262,126 @@ int CFFEncodeSession::_SendVideo(const AVFrame& frame, const K_TIME& time, std::
 
 int CFFEncodeSession::_SendAudio(const AVFrame& frame, const K_TIME& time, std::vector<ComPtr<IVCPacket>>* pOut) {
   AVCodecContext* pContext = m_spContext.get();
-  const AVSampleFormat ePacked = av_get_packed_sample_fmt(pContext->sample_fmt);
-  const int nChannels = pContext->ch_layout.nb_channels;
-  AvFramePtr spConverted;
-  const AVFrame* pSamples = &frame;
-  if (frame.format != ePacked || frame.sample_rate != pContext->sample_rate ||
-      frame.ch_layout.nb_channels != nChannels) {
-    const HRESULT hr = ResampleAudio(&frame, ePacked, pContext->sample_rate, pContext->ch_layout, &spConverted);
-    if (FAILED(hr)) return AVERROR(EINVAL);
-    pSamples = spConverted.get();
-  }
+  int nErr = m_audioConverter.Setup(static_cast<AVSampleFormat>(frame.format), frame.ch_layout, frame.sample_rate,
+                                    pContext->sample_fmt, pContext->ch_layout, pContext->sample_rate);
+  if (nErr < 0) return nErr;
   if (m_llNextSample == AV_NOPTS_VALUE) {
     m_llNextSample = time.rtStartTime == VC_TIME_UNSET
                          ? 0
                          : av_rescale_q(time.rtStartTime, kRefTimeBase, pContext->time_base);
   }
-  const int nSamples = pSamples->nb_samples;
-  void* arrPlanes[AV_NUM_DATA_POINTERS] = {};
-  if (av_sample_fmt_is_planar(pContext->sample_fmt) && nChannels > 1) {
-    // The frames hold interleaved samples; the codec wants one plane a channel.
-    const int nBytes = av_get_bytes_per_sample(ePacked);
-    const size_t cbPlane = static_cast<size_t>(nSamples) * nBytes;
-    m_vecPlanar.resize(cbPlane * nChannels);
-    const uint8_t* pSrc = pSamples->data[0];
-    for (int c = 0; c < nChannels && c < AV_NUM_DATA_POINTERS; ++c) {
-      uint8_t* pDst = m_vecPlanar.data() + cbPlane * c;
-      for (int i = 0; i < nSamples; ++i)
-        std::memcpy(pDst + static_cast<size_t>(i) * nBytes,
-                    pSrc + (static_cast<size_t>(i) * nChannels + c) * nBytes, nBytes);
-      arrPlanes[c] = pDst;
-    }
+  if (frame.sample_rate == pContext->sample_rate) return _ConvertInto(frame, 0, frame.nb_samples, pOut);
+  // A rate change holds samples back and gives out more or fewer than it
+  // takes: one block is converted whole, then cut into codec frames.
+  const int nMax = m_audioConverter.MaxOutput(frame.nb_samples);
+  if (nMax < 0) return nMax;
+  nErr = _ResampledBlock(nMax);
+  if (nErr < 0) return nErr;
+  const int nGot = m_audioConverter.ConvertRaw(frame.extended_data, frame.nb_samples, m_spResampled->extended_data,
+                                               nMax);
+  if (nGot < 0) return nGot;
+  return _CopyInto(*m_spResampled, nGot, pOut);
+}
+
+int CFFEncodeSession::_ResampledBlock(int nSamples) {
+  if (m_spResampled && m_spResampled->nb_samples >= nSamples) return 0;
+  const AVCodecContext* pContext = m_spContext.get();
+  AvFramePtr spBlock;
+  if (FAILED(AllocAudio(pContext->sample_fmt, pContext->ch_layout.nb_channels, pContext->sample_rate, nSamples,
+                        &spBlock)))
+    return AVERROR(ENOMEM);
+  m_spResampled = std::move(spBlock);
+  return 0;
+}
+
+namespace {
+
+// Plane pointers of an audio frame advanced to sample nFirst.
+void SamplePlanes(const AVFrame& frame, int nFirst, uint8_t** ppOut) {
+  const auto eFmt = static_cast<AVSampleFormat>(frame.format);
+  const int nChannels = frame.ch_layout.nb_channels;
+  const int nBytes = av_get_bytes_per_sample(eFmt);
+  if (av_sample_fmt_is_planar(eFmt)) {
+    for (int c = 0; c < nChannels && c < AV_NUM_DATA_POINTERS; ++c)
+      ppOut[c] = frame.extended_data[c] + static_cast<size_t>(nFirst) * nBytes;
   } else {
-    arrPlanes[0] = pSamples->data[0];
+    ppOut[0] = frame.extended_data[0] + static_cast<size_t>(nFirst) * nBytes * nChannels;
   }
-  if (av_audio_fifo_write(m_spFifo.get(), arrPlanes, nSamples) < nSamples) return AVERROR(ENOMEM);
-  const int nFrameSize = pContext->frame_size > 0 ? pContext->frame_size : 0;
-  if (nFrameSize == 0) return _SendFromFifo(av_audio_fifo_size(m_spFifo.get()), pOut);
-  while (av_audio_fifo_size(m_spFifo.get()) >= nFrameSize) {
-    const int nErr = _SendFromFifo(nFrameSize, pOut);
-    if (nErr < 0) return nErr;
+}
+
+}  // namespace
+
+int CFFEncodeSession::_NewPending(int nSamples) {
+  const AVCodecContext* pContext = m_spContext.get();
+  AvFramePtr spFrame;
+  if (FAILED(AllocAudio(pContext->sample_fmt, pContext->ch_layout.nb_channels, pContext->sample_rate, nSamples,
+                        &spFrame)))
+    return AVERROR(ENOMEM);
+  if (av_channel_layout_copy(&spFrame->ch_layout, &pContext->ch_layout) < 0) return AVERROR(ENOMEM);
+  spFrame->pts = m_llNextSample;
+  m_spPending = std::move(spFrame);
+  m_nPendingFill = 0;
+  return 0;
+}
+
+int CFFEncodeSession::_SendPending(std::vector<ComPtr<IVCPacket>>* pOut) {
+  if (!m_spPending || m_nPendingFill == 0) return 0;
+  AvFramePtr spFrame = std::move(m_spPending);
+  spFrame->nb_samples = m_nPendingFill;
+  m_nPendingFill = 0;
+  return _Encode(spFrame.get(), pOut);
+}
+
+int CFFEncodeSession::_ConvertInto(const AVFrame& src, int nFirst, int nSamples,
+                                   std::vector<ComPtr<IVCPacket>>* pOut) {
+  // Codecs that take any frame size get the block as it came.
+  const int nFrameSize = m_spContext->frame_size > 0 ? m_spContext->frame_size : nSamples;
+  uint8_t* arrIn[AV_NUM_DATA_POINTERS] = {};
+  uint8_t* arrOut[AV_NUM_DATA_POINTERS] = {};
+  while (nSamples > 0) {
+    if (!m_spPending) {
+      const int nErr = _NewPending(nFrameSize);
+      if (nErr < 0) return nErr;
+    }
+    const int nChunk = std::min(nSamples, m_spPending->nb_samples - m_nPendingFill);
+    SamplePlanes(src, nFirst, arrIn);
+    SamplePlanes(*m_spPending, m_nPendingFill, arrOut);
+    const int nGot = m_audioConverter.ConvertRaw(arrIn, nChunk, arrOut, nChunk);
+    if (nGot < 0) return nGot;
+    m_nPendingFill += nGot;
+    m_llNextSample += nGot;
+    nFirst += nChunk;
+    nSamples -= nChunk;
+    if (m_nPendingFill == m_spPending->nb_samples) {
+      const int nErr = _SendPending(pOut);
+      if (nErr < 0) return nErr;
+    }
   }
   return 0;
 }
 
-int CFFEncodeSession::_SendFromFifo(int nSamples, std::vector<ComPtr<IVCPacket>>* pOut) {
-  nSamples = std::min(nSamples, av_audio_fifo_size(m_spFifo.get()));
-  if (nSamples <= 0) return 0;
-  const AVCodecContext* pContext = m_spContext.get();
-  AvFramePtr spFrame;
-  HRESULT hr = AllocAudio(pContext->sample_fmt, pContext->ch_layout.nb_channels, pContext->sample_rate, nSamples,
-                          &spFrame);
-  if (FAILED(hr)) return AVERROR(ENOMEM);
-  if (av_channel_layout_copy(&spFrame->ch_layout, &pContext->ch_layout) < 0) return AVERROR(ENOMEM);
-  if (av_audio_fifo_read(m_spFifo.get(), reinterpret_cast<void**>(spFrame->extended_data), nSamples) < nSamples)
-    return AVERROR(EINVAL);
-  spFrame->nb_samples = nSamples;
-  spFrame->pts = m_llNextSample;
-  m_llNextSample += nSamples;
-  return _Encode(spFrame.get(), pOut);
+int CFFEncodeSession::_CopyInto(const AVFrame& src, int nSamples, std::vector<ComPtr<IVCPacket>>* pOut) {
+  const int nFrameSize = m_spContext->frame_size > 0 ? m_spContext->frame_size : nSamples;
+  const int nChannels = m_spContext->ch_layout.nb_channels;
+  int nFirst = 0;
+  while (nSamples > 0) {
+    if (!m_spPending) {
+      const int nErr = _NewPending(nFrameSize);
+      if (nErr < 0) return nErr;
+    }
+    const int nChunk = std::min(nSamples, m_spPending->nb_samples - m_nPendingFill);
+    av_samples_copy(m_spPending->extended_data, src.extended_data, m_nPendingFill, nFirst, nChunk, nChannels,
+                    m_spContext->sample_fmt);
+    m_nPendingFill += nChunk;
+    m_llNextSample += nChunk;
+    nFirst += nChunk;
+    nSamples -= nChunk;
+    if (m_nPendingFill == m_spPending->nb_samples) {
+      const int nErr = _SendPending(pOut);
+      if (nErr < 0) return nErr;
+    }
+  }
+  return 0;
 }
 
 K_TIME CFFEncodeSession::_PacketTime(const AVPacket& packet) {
@@ -362,8 +432,19 @@ int CFFEncodeSession::_Encode(AVFrame* pFrame, std::vector<ComPtr<IVCPacket>>* p
 
 int CFFEncodeSession::Drain(std::vector<ComPtr<IVCPacket>>* pOut) {
   if (!IsOpen()) return 0;
-  if (m_spFifo) {
-    const int nErr = _SendFromFifo(av_audio_fifo_size(m_spFifo.get()), pOut);
+  if (m_spContext->codec_type == AVMEDIA_TYPE_AUDIO) {
+    // What a rate change still holds, then the last, partial frame.
+    if (m_audioConverter.IsSetUp() && m_audioConverter.InRate() != m_spContext->sample_rate) {
+      const int nMax = m_audioConverter.MaxOutput(0);
+      if (nMax > 0 && _ResampledBlock(nMax) >= 0) {
+        const int nGot = m_audioConverter.ConvertRaw(nullptr, 0, m_spResampled->extended_data, nMax);
+        if (nGot > 0) {
+          const int nErr = _CopyInto(*m_spResampled, nGot, pOut);
+          if (nErr < 0) return nErr;
+        }
+      }
+    }
+    const int nErr = _SendPending(pOut);
     if (nErr < 0) return nErr;
   }
   return _Encode(nullptr, pOut);

@@ -3,14 +3,14 @@
 // fed frames already read from IVCFrame into AVFrames, and drained at the
 // end. It brings pictures into the pixel format and size the codec takes
 // (CFFVideoConverter), audio into the codec's sample format, rate and
-// channels (ResampleAudio) and into the codec's frame size, keeping the rest
-// for the next frame. Each packet leaves with the times of the frame it came
+// channels (one CFFAudioConverter for the session, writing straight into the
+// codec's frame) and into the codec's frame size, keeping the rest for the
+// next frame. Each packet leaves with the times of the frame it came
 // from. Driven by one encoder object under its encode lock; not synchronised.
 #pragma once
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavutil/audio_fifo.h>
 }
 
 #include <map>
@@ -85,8 +85,18 @@ class CFFEncodeSession {
   void _BuildStreamInfo(double dblRate);
   int _SendVideo(const AVFrame& frame, const K_TIME& time, std::vector<ComPtr<IVCPacket>>* pOut);
   int _SendAudio(const AVFrame& frame, const K_TIME& time, std::vector<ComPtr<IVCPacket>>* pOut);
-  // Encodes nSamples from the FIFO (all that is there when fewer remain).
-  int _SendFromFifo(int nSamples, std::vector<ComPtr<IVCPacket>>* pOut);
+  // Converts nSamples of src, from sample nFirst on, into the codec frame
+  // being filled, sending each frame that fills up. Only for a converter
+  // that keeps the rate (it then holds nothing back).
+  int _ConvertInto(const AVFrame& src, int nFirst, int nSamples, std::vector<ComPtr<IVCPacket>>* pOut);
+  // Copies samples already in the codec's form into the frame being filled.
+  int _CopyInto(const AVFrame& src, int nSamples, std::vector<ComPtr<IVCPacket>>* pOut);
+  // m_spResampled with room for nSamples.
+  int _ResampledBlock(int nSamples);
+  // A fresh codec frame to fill, its first sample at m_llNextSample.
+  int _NewPending(int nSamples);
+  // Sends the frame being filled (as many samples as it holds).
+  int _SendPending(std::vector<ComPtr<IVCPacket>>* pOut);
   int _Encode(AVFrame* pFrame, std::vector<ComPtr<IVCPacket>>* pOut);
   // The times a packet carries: its frame's for video, its samples' for audio.
   K_TIME _PacketTime(const AVPacket& packet);
@@ -101,12 +111,11 @@ class CFFEncodeSession {
   int64_t m_llLastPts = AV_NOPTS_VALUE;
   std::map<int64_t, K_TIME> m_mapFrameTimes;  // codec pts -> the frame's own times
   // Audio.
-  struct CFifoFree {
-    void operator()(AVAudioFifo* p) const noexcept { av_audio_fifo_free(p); }
-  };
-  std::unique_ptr<AVAudioFifo, CFifoFree> m_spFifo;
-  int64_t m_llNextSample = AV_NOPTS_VALUE;  // pts of the first sample in the FIFO
-  std::vector<uint8_t> m_vecPlanar;         // deinterleaving scratch
+  CFFAudioConverter m_audioConverter;       // input form -> the codec's, kept for the session
+  AvFramePtr m_spPending;                   // the codec frame being filled
+  int m_nPendingFill = 0;                   // samples in it so far
+  AvFramePtr m_spResampled;                 // rate changes: one block in the codec's form
+  int64_t m_llNextSample = AV_NOPTS_VALUE;  // pts of the next sample to fill in
 };
 
 }  // namespace vc::ff

@@ -9,6 +9,7 @@
 #include "FFClasses.h"
 #include "FFCommon.h"
 #include "FFEncoderInput.h"
+#include "FFEncoderOptions.h"
 #include "FFHwDecoder.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCLog.h"
@@ -75,7 +76,11 @@ std::string DeviceEncoderName(AVHWDeviceType eDevice, const std::string& strCode
 
 }  // namespace
 
-CCoFFEncoder::CCoFFEncoder(AVHWDeviceType eDevice) : m_eDevice(eDevice) { InstallAvLogBridge(); }
+CCoFFEncoder::CCoFFEncoder(AVHWDeviceType eDevice) : m_eDevice(eDevice) {
+  InstallAvLogBridge();
+  CKAutoLock lock(m_csLock);
+  if (XMLParse::XMLNodePtr spRoot = _PropsRootLocked()) PublishEncoderOptionInfo(*spRoot, nullptr);
+}
 
 std::string CCoFFEncoder::_PropText(const char16_t* szName) {
   CKAutoLock lock(m_csLock);
@@ -237,6 +242,12 @@ HRESULT CCoFFEncoder::_Choose(eVCMediaType eType) {
   return S_OK;
 }
 
+void CCoFFEncoder::_RestoreProps(const XMLParse::XMLNodePtr& spBefore) {
+  if (!spBefore) return;
+  CKAutoLock lock(m_csLock);
+  _PropsReplaceRootLocked(spBefore);
+}
+
 void CCoFFEncoder::_Publish(eVCMediaType /*eType*/) {
   const String strName = FromUtf8(m_pCodec ? m_pCodec->name : "");
   CKAutoLock lock(m_csLock);
@@ -253,10 +264,14 @@ HRESULT CCoFFEncoder::EncodeCodecSet(eVCMediaType _eCodecType, BSTR _bsConfigPar
            _eCodecType, E_INVALIDARG);
     return E_INVALIDARG;
   }
+  // The settings before this call, put back when it fails.
+  XMLParse::XMLNodePtr spBefore;
   {
     CKAutoLock lock(m_csLock);
     XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+    if (spRoot) spBefore = spRoot->Clone();
     if (spRoot && FAILED(spRoot->Parse(InString(_bsConfigParams)))) {
+      _PropsReplaceRootLocked(spBefore);
       VC_LOG(eVCLL_Error, "%s encoder: configuration '%ws' does not parse (hr=%08X)\n", DeviceLabel(m_eDevice),
              _bsConfigParams, E_INVALIDARG);
       return E_INVALIDARG;
@@ -268,7 +283,22 @@ HRESULT CCoFFEncoder::EncodeCodecSet(eVCMediaType _eCodecType, BSTR _bsConfigPar
   const HRESULT hr = _Choose(_eCodecType);
   if (FAILED(hr)) {
     m_pCodec = nullptr;
+    _RestoreProps(spBefore);
     return hr;
+  }
+  {
+    // A value the codec cannot take is refused now, not at the first frame.
+    CKAutoLock lockProps(m_csLock);
+    XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
+    std::string strWhy;
+    if (spRoot && FAILED(CheckEncoderOptions(*spRoot, m_pCodec, &strWhy))) {
+      VC_LOG(eVCLL_Error, "%s encoder '%s': %s (hr=%08X)\n", DeviceLabel(m_eDevice), m_pCodec->name, strWhy.c_str(),
+             E_INVALIDARG);
+      m_pCodec = nullptr;
+      if (spBefore) _PropsReplaceRootLocked(spBefore);
+      return E_INVALIDARG;
+    }
+    if (spRoot) PublishEncoderOptionInfo(*spRoot, m_pCodec);
   }
   m_eType = _eCodecType;
   m_settings = _ReadSettings();

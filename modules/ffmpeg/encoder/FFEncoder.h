@@ -8,7 +8,10 @@
 //
 // EncodeCodecSet reads the configuration text into the object's properties
 // and chooses the FFmpeg encoder; it publishes "codec_name" and
-// "codec::codec" (the FFmpeg encoder chosen). The codec itself opens on the
+// "codec::codec" (the FFmpeg encoder chosen) and the option metadata of the
+// settings for that codec (FFEncoderOptions.h); a value outside it is
+// refused there, and the settings are left as they were before the call.
+// The codec itself opens on the
 // first frame, when size and formats are known. EncodeClose drains the codec:
 // the delayed packets stay readable by EncodePacketsGet until taken, and the
 // next frame opens the codec again with the same configuration.
@@ -68,6 +71,8 @@ class CCoFFEncoder : public CKObjectRoot, public IVCEncoder, public IKPropsImpl<
   HRESULT _OpenSession(const AVFrame& first, double dblRate) VC_REQUIRES(m_mtxEncode);
   CFFEncodeSettings _ReadSettings();
   void _Publish(eVCMediaType eType) VC_REQUIRES(m_mtxEncode);
+  // Puts back the property tree of before a failed EncodeCodecSet.
+  void _RestoreProps(const XMLParse::XMLNodePtr& spBefore);
   void _Queue(std::vector<ComPtr<IVCPacket>>* pPackets);
   // Waits up to rtWait (reference time) for a packet; true when one is
   // there. The standard condition variable needs the plain mutex, which the

@@ -301,15 +301,13 @@ struct DeviceCase {
 
 class FFEncoderDeviceTest : public FFEncoderTest, public ::testing::WithParamInterface<DeviceCase> {};
 
-// This machine has no GPU: each route refuses at once and says why.
-TEST_P(FFEncoderDeviceTest, NoDevice_RefusesQuicklyWithReason) {
+// This machine has no GPU: each route refuses and says why (how fast is
+// measured by BM_HardwareRefusal in bench/FFEncoderBench.cpp).
+TEST_P(FFEncoderDeviceTest, NoDevice_RefusesWithReason) {
   Create(GetParam().pfnCreate);
   vc::CLogCapture log(vc::eVCLL_Progress);
-  const auto tStart = std::chrono::steady_clock::now();
   const HRESULT hr = Set(eVCMT_Video, GetParam().szConfig);
-  const auto elapsed = std::chrono::steady_clock::now() - tStart;
   if (SUCCEEDED(hr)) GTEST_SKIP() << "this machine has the device";
-  EXPECT_LT(elapsed, std::chrono::milliseconds(500));
   EXPECT_TRUE(log.Contains(GetParam().szLogText)) << "log names what is missing";
   EXPECT_EQ(m_cpEncoder->EncodeFramePut(VideoFrame(0).Get(), nullptr, nullptr, nullptr), kEmpty);
 }
