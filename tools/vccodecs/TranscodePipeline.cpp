@@ -9,7 +9,6 @@
 
 #include "ToolModule.h"
 #include "VCCodecs/VCCodecsBase.h"
-#include "VCCodecs/VCInnerClasses.h"
 #include "VCStrings.h"
 
 namespace vctool {
@@ -29,11 +28,6 @@ constexpr size_t kWriterQueue = 128;
 // A decoder that keeps answering frames to null packets is broken.
 constexpr int kMaxDrainFrames = 4096;
 
-bool DevInner() {
-  const char* sz = std::getenv("VCCODECS_DEV_INNER");
-  return sz && !std::strcmp(sz, "1");
-}
-
 double SecondsSince(Clock::time_point t) { return std::chrono::duration<double>(Clock::now() - t).count(); }
 
 void AddSeconds(std::atomic<double>* pTotal, Clock::time_point tStart) {
@@ -43,13 +37,12 @@ void AddSeconds(std::atomic<double>* pTotal, Clock::time_point tStart) {
 }  // namespace
 
 HRESULT CreateEncoder(IVCEncoder** ppEncoder) {
-  return CoCreateInstance(DevInner() ? vc::CLSID_GeneralEncoder : CLSID_VCEncoder, nullptr, CLSCTX_INPROC_SERVER,
-                          IID_IVCEncoder, reinterpret_cast<void**>(ppEncoder));
+  return CoCreateInstance(CLSID_VCEncoder, nullptr, CLSCTX_INPROC_SERVER, IID_IVCEncoder,
+                          reinterpret_cast<void**>(ppEncoder));
 }
 
 HRESULT CreateMuxer(IVCMuxer** ppMuxer) {
-  return CoCreateInstance(DevInner() ? vc::CLSID_GeneralMuxer : CLSID_VCMuxer, nullptr, CLSCTX_INPROC_SERVER,
-                          IID_IVCMuxer, reinterpret_cast<void**>(ppMuxer));
+  return CoCreateInstance(CLSID_VCMuxer, nullptr, CLSCTX_INPROC_SERVER, IID_IVCMuxer, reinterpret_cast<void**>(ppMuxer));
 }
 
 CTranscodePipeline::CTranscodePipeline(const TranscodeOptions& opts) : m_opts(opts), m_queueWriter(kWriterQueue) {}
@@ -335,13 +328,18 @@ void CTranscodePipeline::_EncodeLoop(TranscodeStream* pStream) {
     AddSeconds(&pStream->dblEncodeSeconds, t);
   }
   if (bOk && !_Failed()) {
-    // The close drains the encoder: its delayed packets are then readable.
+    // The close drains the encoder (its delayed packets are then readable)
+    // and clears its statistics: keep them first, then add what the drained
+    // packets changed.
+    pStream->mapEncoderStats = StatValues(pStream->cpEncoder.Get());
     const Clock::time_point t = Clock::now();
     const HRESULT hr = pStream->cpEncoder->EncodeClose();
     if (FAILED(hr)) {
       _Fail(hr, "stream " + std::to_string(pStream->nSourceIndex) + ": the encoder could not finish");
     } else {
       _CollectPackets(pStream);
+      for (const auto& [strName, strValue] : StatValues(pStream->cpEncoder.Get()))
+        pStream->mapEncoderStats[strName] = strValue;
     }
     AddSeconds(&pStream->dblEncodeSeconds, t);
   }
@@ -493,7 +491,7 @@ bool CTranscodePipeline::Finish() {
     if (spStream->bCopy) continue;
     spStream->strDecoderType = PropText(spStream->cpDecoder.Get(), "decoder.type");
     spStream->mapDecoderStats = StatValues(spStream->cpDecoder.Get());
-    spStream->mapEncoderStats = StatValues(spStream->cpEncoder.Get());
+    if (spStream->mapEncoderStats.empty()) spStream->mapEncoderStats = StatValues(spStream->cpEncoder.Get());
     if (spStream->strEncoderName.empty()) spStream->strEncoderName = PropText(spStream->cpEncoder.Get(), "codec_name");
   }
   m_mapSplitterStats = StatValues(m_pSource->cpSplitter.Get());

@@ -30,9 +30,7 @@
 
 namespace vctool {
 
-// Creates the encoder and the muxer through their facades (or, with
-// VCCODECS_DEV_INNER=1, the general inner objects behind them, for working on
-// the tool while a facade is not yet there).
+// Creates the encoder and the muxer facades, as a host creates them.
 HRESULT CreateEncoder(IVCEncoder** ppEncoder);
 HRESULT CreateMuxer(IVCMuxer** ppMuxer);
 
@@ -67,7 +65,8 @@ struct TranscodeStream {
 
   std::string strDecoderType;
   std::string strEncoderName;
-  std::map<std::string, std::string> mapDecoderStats, mapEncoderStats;
+  std::map<std::string, std::string> mapDecoderStats;
+  std::map<std::string, std::string> mapEncoderStats;  // the encode thread's until it ends
 };
 
 class CTranscodePipeline {
