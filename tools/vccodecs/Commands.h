@@ -12,5 +12,6 @@ int CmdProps(const std::vector<std::string>& args);
 int CmdProbe(const std::vector<std::string>& args);
 int CmdDemux(const std::vector<std::string>& args);
 int CmdDecode(const std::vector<std::string>& args);
+int CmdTranscode(const std::vector<std::string>& args);
 
 }  // namespace vctool

@@ -23,7 +23,12 @@ void Usage() {
       "                           every packet through the splitter, per stream, with its statistics\n"
       "  decode URL [--json] [--seek SECONDS] [--streams LIST] [--no-fallback]\n"
       "                           every video and audio stream (or those listed: 0,2) through the\n"
-      "                           decoder, per stream frames, samples, times, breaks and statistics\n");
+      "                           decoder, per stream frames, samples, times, breaks and statistics\n"
+      "  transcode IN OUT [--vcodec NAME] [--acodec NAME] [--vbitrate RATE] [--abitrate RATE]\n"
+      "            [--preset NAME] [--size WxH] [--rate FPS] [--streams LIST] [--props \"name=value ..\"]\n"
+      "            [--split SECONDS] [--report FILE.html] [--json]\n"
+      "                           every video and audio stream (or those listed) decoded and encoded\n"
+      "                           again (NAME copy: packets as they are) into OUT; RATE takes k and M\n");
 }
 
 }  // namespace
@@ -34,7 +39,7 @@ int main(int argc, char** argv) {
     return argc < 2 ? 1 : 0;
   }
   const std::string strCmd = argv[1];
-  const bool bMedia = strCmd == "probe" || strCmd == "demux" || strCmd == "decode";
+  const bool bMedia = strCmd == "probe" || strCmd == "demux" || strCmd == "decode" || strCmd == "transcode";
   if (bMedia && !std::getenv("CORVANE_LOG_LEVEL")) {
     // The media commands report failures themselves; the modules' own lines
     // (end of file arrives as a failed read) would only interleave with the
@@ -51,7 +56,8 @@ int main(int argc, char** argv) {
     const int rc = strCmd == "props"   ? vctool::CmdProps(args)
                    : strCmd == "probe" ? vctool::CmdProbe(args)
                    : strCmd == "demux" ? vctool::CmdDemux(args)
-                                       : vctool::CmdDecode(args);
+                   : strCmd == "decode" ? vctool::CmdDecode(args)
+                                        : vctool::CmdTranscode(args);
     CoUninitialize();
     return rc;
   }
