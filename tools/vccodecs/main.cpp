@@ -23,7 +23,10 @@ void Usage() {
       "                           every packet through the splitter, per stream, with its statistics\n"
       "  decode URL [--json] [--seek SECONDS] [--streams LIST] [--no-fallback]\n"
       "                           every video and audio stream (or those listed: 0,2) through the\n"
-      "                           decoder, per stream frames, samples, times, breaks and statistics\n");
+      "                           decoder, per stream frames, samples, times, breaks and statistics\n"
+      "  sample OUT [--duration S] [--size WxH] [--rate FPS]\n"
+      "                           a test file (moving picture with a frame counter, 440 Hz tone) through\n"
+      "                           the encoder and muxer: H.264/AAC, VP9/Opus for .webm (10 s, 1280x720, 25)\n");
 }
 
 }  // namespace
@@ -35,7 +38,8 @@ int main(int argc, char** argv) {
   }
   const std::string strCmd = argv[1];
   const bool bMedia = strCmd == "probe" || strCmd == "demux" || strCmd == "decode";
-  if (bMedia && !std::getenv("CORVANE_LOG_LEVEL")) {
+  const bool bSample = strCmd == "sample";
+  if ((bMedia || bSample) && !std::getenv("CORVANE_LOG_LEVEL")) {
     // The media commands report failures themselves; the modules' own lines
     // (end of file arrives as a failed read) would only interleave with the
     // dump. CORVANE_LOG_LEVEL brings them back.
@@ -46,6 +50,11 @@ int main(int argc, char** argv) {
 #endif
   }
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  if (bSample) {
+    const int rc = vctool::CmdSample(std::vector<std::string>(argv + 2, argv + argc));
+    CoUninitialize();
+    return rc;
+  }
   if (strCmd == "props" || bMedia) {
     const std::vector<std::string> args(argv + 2, argv + argc);
     const int rc = strCmd == "props"   ? vctool::CmdProps(args)
