@@ -13,5 +13,7 @@ int CmdProbe(const std::vector<std::string>& args);
 int CmdDemux(const std::vector<std::string>& args);
 int CmdDecode(const std::vector<std::string>& args);
 int CmdTranscode(const std::vector<std::string>& args);
+// Makes a test file through the encoder and muxer facades.
+int CmdSample(const std::vector<std::string>& args);
 
 }  // namespace vctool

@@ -28,7 +28,10 @@ void Usage() {
       "            [--preset NAME] [--size WxH] [--rate FPS] [--streams LIST] [--props \"name=value ..\"]\n"
       "            [--split SECONDS] [--report FILE.html] [--json]\n"
       "                           every video and audio stream (or those listed) decoded and encoded\n"
-      "                           again (NAME copy: packets as they are) into OUT; RATE takes k and M\n");
+      "                           again (NAME copy: packets as they are) into OUT; RATE takes k and M\n"
+      "  sample OUT [--duration S] [--size WxH] [--rate FPS]\n"
+      "                           a test file (moving picture with a frame counter, 440 Hz tone) through\n"
+      "                           the encoder and muxer: H.264/AAC, VP9/Opus for .webm (10 s, 1280x720, 25)\n");
 }
 
 }  // namespace
@@ -39,7 +42,8 @@ int main(int argc, char** argv) {
     return argc < 2 ? 1 : 0;
   }
   const std::string strCmd = argv[1];
-  const bool bMedia = strCmd == "probe" || strCmd == "demux" || strCmd == "decode" || strCmd == "transcode";
+  const bool bMedia = strCmd == "probe" || strCmd == "demux" || strCmd == "decode" || strCmd == "transcode" ||
+                      strCmd == "sample";
   if (bMedia && !std::getenv("CORVANE_LOG_LEVEL")) {
     // The media commands report failures themselves; the modules' own lines
     // (end of file arrives as a failed read) would only interleave with the
@@ -57,6 +61,7 @@ int main(int argc, char** argv) {
                    : strCmd == "probe" ? vctool::CmdProbe(args)
                    : strCmd == "demux" ? vctool::CmdDemux(args)
                    : strCmd == "decode" ? vctool::CmdDecode(args)
+                   : strCmd == "sample" ? vctool::CmdSample(args)
                                         : vctool::CmdTranscode(args);
     CoUninitialize();
     return rc;
