@@ -22,8 +22,7 @@
 #include "VCLog.h"
 #include "VCObject.h"
 #include "VCStrings.h"
-#include "modules/ScriptedModuleUse.h"
-#include "modules/ScriptedObjects.h"
+#include "modules/ScriptedFixture.h"
 
 namespace vctest {
 
@@ -78,27 +77,15 @@ class CTestFrame : public vc::CKObjectRoot, public CFrameDouble {
   vc::CKAttachments m_strings;
 };
 
-class ScriptedEncoderTest : public ::testing::Test {
+class ScriptedEncoderTest : public ScriptedFixture {
  protected:
   static constexpr LONGLONG kMsec = VC_TIME_MILLISECOND;
   static constexpr LONGLONG kFrame = 40 * VC_TIME_MILLISECOND;
 
-  static IScript* Script() {
-    static IScript* s_pScript = LoadScript(2);
-    return s_pScript;
-  }
-
   void SetUp() override {
-    m_pScript = Script();
-    ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
-    m_pScript->Reset();
-    m_pScript->Allow(eCall::Create, S_OK);
-    m_pScript->Allow(eCall::EncodeCodecSet, S_OK);
-    m_pScript->Allow(eCall::EncodeClose, S_OK);
-    for (const char* szClsid : {kNVEncClsid, kIntelQSClsid, kAMDClsid, kGeneralClsid}) {
-      RegisterScripted(szClsid);
-      if (HasFatalFailure()) return;
-    }
+    StartScript(2, {eCall::Create, eCall::EncodeCodecSet, eCall::EncodeClose},
+                {kNVEncClsid, kIntelQSClsid, kAMDClsid, kGeneralClsid});
+    if (HasFatalFailure()) return;
     ASSERT_EQ(vc::CreateObject<vc::CCoVCEncoder>(nullptr, vc::IidOf<IVCEncoder>(),
                                                  reinterpret_cast<void**>(m_cpEncoder.AddressOf())),
               S_OK);
@@ -107,17 +94,11 @@ class ScriptedEncoderTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (m_pScript) {
-      std::string strAll;
-      for (const std::string& str : m_pScript->Unexpected()) strAll += str + "\n";
-      EXPECT_TRUE(strAll.empty()) << "calls nobody scripted:\n" << strAll;
-      m_pScript->Reset();
-      m_pScript->Allow(eCall::EncodeClose, S_OK);
-    }
+    StopScript({eCall::EncodeClose});
     if (m_cpEncoder) m_cpEncoder->EncodeClose();
     m_cpProps = nullptr;
     m_cpEncoder = nullptr;
-    for (const char* szClsid : {kNVEncClsid, kIntelQSClsid, kAMDClsid, kGeneralClsid}) UnregisterScripted(szClsid);
+    UnregisterClasses();
   }
 
   // --- Driving the facade ---
@@ -125,15 +106,6 @@ class ScriptedEncoderTest : public ::testing::Test {
   HRESULT Set(eVCMediaType eType, const char* szConfig) {
     return m_cpEncoder->EncodeCodecSet(eType, vc::CBstr(std::string_view(szConfig)));
   }
-  void SetProp(const char* szName, const char* szValue) {
-    ASSERT_EQ(m_cpProps->PropsSet(vc::CBstr(std::string_view(szName)), vc::CBstr(std::string_view(szValue))), S_OK);
-  }
-  std::string Prop(const char* szName) const {
-    vc::CBstr bsValue;
-    if (m_cpProps->PropsGet(vc::CBstr(std::string_view(szName)), &bsValue) != S_OK) return "(absent)";
-    return vc::ToUtf8(bsValue.View());
-  }
-
   static K_AV_PROPS VideoProps(LONG nWidth = 320, LONG nHeight = 240, double dblRate = 25.0) {
     K_AV_PROPS props{};
     props.vidProps.fccType = static_cast<eVCCC>(0x30323449);  // I420
@@ -188,12 +160,6 @@ class ScriptedEncoderTest : public ::testing::Test {
 
   // --- Reading the script ---
 
-  std::vector<CallRecord> Calls(eCall call) const {
-    std::vector<CallRecord> vecCalls;
-    for (const CallRecord& record : m_pScript->Calls())
-      if (record.call == call) vecCalls.push_back(record);
-    return vecCalls;
-  }
   // (class kind, configuration text) of every EncodeCodecSet so far.
   std::vector<std::pair<std::string, std::string>> Configs() const {
     std::vector<std::pair<std::string, std::string>> vec;
@@ -209,16 +175,7 @@ class ScriptedEncoderTest : public ::testing::Test {
       default: return "?";
     }
   }
-  // Whether one captured log message holds the text.
-  static bool Logged(const vc::CLogCapture& log, const std::string& strText) {
-    for (const std::string& strMessage : log.Messages())
-      if (strMessage.find(strText) != std::string::npos) return true;
-    return false;
-  }
-
-  IScript* m_pScript = nullptr;
   vc::ComPtr<IVCEncoder> m_cpEncoder;
-  vc::ComPtr<IVCProps> m_cpProps;
   vc::CCoVCEncoder* m_pFacade = nullptr;
 };
 
