@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "CoVCEncoder.h"
-#include "FrameDouble.h"
+#include "AttachingFrame.h"
 #include "TestEnvironment.h"
 #include "VCCodecs/VCAttachments.h"
 #include "VCComPtr.h"
@@ -33,49 +33,6 @@ inline constexpr const char* kGeneralClsid = "{96EB1F26-4CC0-4830-9CC3-F064196B2
 inline constexpr HRESULT kBusy = static_cast<HRESULT>(0x80040274u);
 inline constexpr HRESULT kNotSupported = static_cast<HRESULT>(0x80070032u);
 inline constexpr HRESULT kEmpty = static_cast<HRESULT>(0x800710D2u);
-
-// A frame as a host hands one in: times, properties and named strings.
-class CTestFrame : public vc::CKObjectRoot, public CFrameDouble {
- public:
-  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
-    return vc::QueryInterfaceTable<IVCFrame>(this, riid, ppv);
-  }
-  void Init(const K_TIME& time, const K_AV_PROPS& props) {
-    vc::CKMutexLock lock(m_csLock);
-    m_time = time;
-    m_props = props;
-  }
-  HRESULT STDMETHODCALLTYPE VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) override {
-    if (!_pProps) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    *_pProps = m_props;
-    if (_plAudioSamples) *_plAudioSamples = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCTimeGet(K_TIME* _pTime) override {
-    if (!_pTime) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    *_pTime = m_time;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCStrGetByIndex(LONG _nIndex, BSTR* _pbsStrID, BSTR* _pbsString) override {
-    vc::CBstr bsName;
-    HRESULT hr = m_strings.GetByIndex(_nIndex, &bsName, nullptr, nullptr);
-    if (hr != S_OK) return hr;
-    if (_pbsString && FAILED(hr = m_strings.GetString(bsName, _pbsString))) return hr;
-    if (_pbsStrID) *_pbsStrID = bsName.Detach();
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCStrSet(BSTR _bsStrID, BSTR _bsString) override {
-    return m_strings.SetString(_bsStrID, _bsString);
-  }
-
- private:
-  vc::CKMutex m_csLock;
-  K_TIME m_time VC_GUARDED_BY(m_csLock){};
-  K_AV_PROPS m_props VC_GUARDED_BY(m_csLock){};
-  vc::CKAttachments m_strings;
-};
 
 class ScriptedEncoderTest : public ScriptedFixture {
  protected:
@@ -124,8 +81,8 @@ class ScriptedEncoderTest : public ScriptedFixture {
   // A frame starting at rtStart; szId, when given, is attached as "frame.id".
   static vc::ComPtr<IVCFrame> Frame(LONGLONG rtStart, const K_AV_PROPS& props = VideoProps(),
                                     const char* szId = nullptr) {
-    vc::CKComObject<CTestFrame>* pFrame = nullptr;
-    EXPECT_EQ(vc::CKComObject<CTestFrame>::CreateInstance(&pFrame), S_OK);
+    vc::CKComObject<CAttachingFrame>* pFrame = nullptr;
+    EXPECT_EQ(vc::CKComObject<CAttachingFrame>::CreateInstance(&pFrame), S_OK);
     vc::ComPtr<IVCFrame> cpFrame;
     cpFrame.Attach(pFrame);
     K_TIME time{};

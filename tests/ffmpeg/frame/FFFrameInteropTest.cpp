@@ -30,26 +30,10 @@ ComPtr<IVCFrame> NewFrame() {
 // A frame of another implementation, as if living in another process: it
 // answers the calls the frame object may make on a stranger (properties,
 // bytes, audio set, save) from an inner frame, and nothing else.
-class CForeignFrame final : public vctest::CFrameDouble {
+class CForeignFrame final : public vctest::CCountedFrameDouble {
  public:
   explicit CForeignFrame(ComPtr<IVCFrame> cpInner) : m_cpInner(std::move(cpInner)) {}
   std::atomic<int> m_nAudioSets{0};
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, vc::IidOf<IVCFrame>())) {
-      *ppv = static_cast<IVCFrame*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG n = --m_nRef;
-    if (n == 0) delete this;
-    return n;
-  }
 
   HRESULT STDMETHODCALLTYPE VCGetProcessID(DWORD* p) override {
     *p = GetCurrentProcessId() + 1;
@@ -69,7 +53,6 @@ class CForeignFrame final : public vctest::CFrameDouble {
 
  private:
   ~CForeignFrame() = default;
-  std::atomic<ULONG> m_nRef{1};
   ComPtr<IVCFrame> m_cpInner;
 };
 
