@@ -7,6 +7,7 @@
 #include <atomic>
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FrameDouble.h"
 #include "FFClasses.h"
 #include "FFFrame.h"
@@ -21,11 +22,7 @@ using vc::CBstr;
 using vc::ComPtr;
 using namespace vc::ff;
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 // A frame of another implementation, as if living in another process: it
 // answers the calls the frame object may make on a stranger (properties,
