@@ -4,6 +4,8 @@
 // Reference counting and the interface query are left to the double.
 #pragma once
 
+#include <atomic>
+
 #include "VCCodecsCore.h"
 
 namespace vctest {
@@ -67,6 +69,29 @@ class CFrameDouble : public IVCFrame {
 
  protected:
   virtual ~CFrameDouble() = default;
+};
+
+// A frame double on the heap that answers for IUnknown and IVCFrame and
+// deletes itself at the last release; it is born with one reference.
+class CCountedFrameDouble : public CFrameDouble {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    if (!ppv) return E_POINTER;
+    *ppv = nullptr;
+    if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, vc::IidOf<IVCFrame>())) return E_NOINTERFACE;
+    *ppv = static_cast<IVCFrame*>(this);
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
+  ULONG STDMETHODCALLTYPE Release() override {
+    const ULONG n = --m_nRef;
+    if (n == 0) delete this;
+    return n;
+  }
+
+ private:
+  std::atomic<ULONG> m_nRef{1};
 };
 
 }  // namespace vctest

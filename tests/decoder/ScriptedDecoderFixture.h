@@ -9,8 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,41 +19,18 @@
 #include "VCComPtr.h"
 #include "VCLog.h"
 #include "VCStrings.h"
-#include "modules/ScriptedModuleUse.h"
-#include "modules/ScriptedObjects.h"
+#include "modules/ScriptedFixture.h"
 
 namespace vctest {
 
-// Whether one captured log message holds every part.
-inline bool LogLineWith(const vc::CLogCapture& log, std::initializer_list<std::string_view> parts) {
-  for (const std::string& strMessage : log.Messages())
-    if (std::all_of(parts.begin(), parts.end(),
-                    [&](std::string_view part) { return strMessage.find(part) != std::string::npos; }))
-      return true;
-  return false;
-}
-
-class ScriptedDecoderTest : public ::testing::Test {
+class ScriptedDecoderTest : public ScriptedFixture {
  protected:
   static constexpr LONGLONG kMsec = VC_TIME_MILLISECOND;
   static constexpr LONGLONG kFrame = 40 * VC_TIME_MILLISECOND;  // one frame at 25 fps
-  static constexpr const char* kAbsent = "(absent)";
-
-  static IScript* Script() {
-    static IScript* s_pScript = LoadScript(1);
-    return s_pScript;
-  }
 
   void SetUp() override {
-    m_pScript = Script();
-    ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
-    m_pScript->Reset();
-    m_pScript->Allow(eCall::Create, S_OK);
-    m_pScript->Allow(eCall::DecodeClose, S_OK);
-    for (const char* szClsid : kClasses) {
-      RegisterScripted(szClsid);
-      if (HasFatalFailure()) return;
-    }
+    StartScript(1, {eCall::Create, eCall::DecodeClose}, {kNVidia, kQuickSync, kGeneral});
+    if (HasFatalFailure()) return;
     ASSERT_EQ(vc::CreateObject<vc::CCoVCDecoder>(nullptr, vc::IidOf<IVCDecoder>(),
                                                  reinterpret_cast<void**>(m_cpDecoder.AddressOf())),
               S_OK);
@@ -64,19 +39,11 @@ class ScriptedDecoderTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (m_pScript) {
-      const std::vector<std::string> vecUnexpected = m_pScript->Unexpected();
-      std::string strAll;
-      for (const std::string& str : vecUnexpected) strAll += str + "\n";
-      EXPECT_TRUE(vecUnexpected.empty()) << "calls nobody scripted:\n" << strAll;
-      // From here on anything goes: let held calls go and close.
-      m_pScript->Reset();
-      m_pScript->Allow(eCall::DecodeClose, S_OK);
-    }
+    StopScript({eCall::DecodeClose});
     if (m_cpDecoder) m_cpDecoder->DecodeClose();
     m_cpProps = nullptr;
     m_cpDecoder = nullptr;
-    for (const char* szClsid : kClasses) UnregisterScripted(szClsid);
+    UnregisterClasses();
   }
 
   // --- Streams and packets ---
@@ -143,17 +110,6 @@ class ScriptedDecoderTest : public ::testing::Test {
     m_pScript->AllowStep(Step::For(eClass::GeneralDecoder, eCall::DecodeIsSupported, S_OK));
   }
 
-  void SetProp(const char* szName, const char* szValue) {
-    ASSERT_EQ(m_cpProps->PropsSet(vc::CBstr(std::string_view(szName)), vc::CBstr(std::string_view(szValue))), S_OK)
-        << szName;
-  }
-  // The facade's property, kAbsent when it has none.
-  std::string Prop(const char* szName) const {
-    vc::CBstr bsValue;
-    if (m_cpProps->PropsGet(vc::CBstr(std::string_view(szName)), &bsValue) != S_OK) return kAbsent;
-    return vc::ToUtf8(bsValue.View());  // an empty value is a value
-  }
-
   // --- Frames ---
 
   static K_TIME TimeOf(IVCFrame* pFrame) {
@@ -184,20 +140,6 @@ class ScriptedDecoderTest : public ::testing::Test {
 
   // --- What the candidates saw ---
 
-  std::vector<CallRecord> Calls(eCall call, size_t nFrom = 0) const {
-    std::vector<CallRecord> vecCalls;
-    const std::vector<CallRecord> vecAll = m_pScript->Calls();
-    for (size_t n = nFrom; n < vecAll.size(); ++n)
-      if (vecAll[n].call == call) vecCalls.push_back(vecAll[n]);
-    return vecCalls;
-  }
-  // The kinds the factory was asked for, in order ("nvidia", "quicksync", "general").
-  std::vector<std::string> Created(size_t nFrom = 0) const {
-    std::vector<std::string> vecKinds;
-    for (const CallRecord& record : Calls(eCall::Create, nFrom)) vecKinds.push_back(record.strText);
-    return vecKinds;
-  }
-  size_t Mark() const { return m_pScript->Calls().size(); }
   // The candidate table's states in order.
   std::vector<LONG> States() const {
     std::vector<LONG> vecStates;
@@ -208,11 +150,8 @@ class ScriptedDecoderTest : public ::testing::Test {
   static constexpr const char* kNVidia = "{2CBD671C-8106-49EC-8ABB-9D67CF025301}";
   static constexpr const char* kQuickSync = "{BF23862C-7C7B-4CE3-8FE7-4CA5171D624E}";
   static constexpr const char* kGeneral = "{96EB1F64-4CC0-4830-9CC3-F064196B2626}";
-  static constexpr const char* kClasses[] = {kNVidia, kQuickSync, kGeneral};
 
-  IScript* m_pScript = nullptr;
   vc::ComPtr<IVCDecoder> m_cpDecoder;
-  vc::ComPtr<IVCProps> m_cpProps;
   vc::CCoVCDecoder* m_pFacade = nullptr;
 };
 

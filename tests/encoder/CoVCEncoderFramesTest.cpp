@@ -84,13 +84,13 @@ TEST_F(EncoderFramesTest, PacketsGet_PairsAndReportsTheReadyCount) {
   EXPECT_EQ(nReady, 1);
   EXPECT_EQ(AttachedId(cpPacket.Get()), "0");
   EXPECT_EQ(m_pFacade->_QueuedFrames(), 1u);
-  EXPECT_TRUE(Logged(log, "[ENC-PKT] cpVCEncoder->EncodePacketsGet(Wait:"));
-  EXPECT_TRUE(Logged(log, ", DeqPkt:1] DeqFrm:2 OK hr=00000000")) << "the queue as it was before the pairing";
+  EXPECT_TRUE(LogLineWith(log, {"[ENC-PKT] cpVCEncoder->EncodePacketsGet(Wait:"}));
+  EXPECT_TRUE(LogLineWith(log, {", DeqPkt:1] DeqFrm:2 OK hr=00000000"})) << "the queue as it was before the pairing";
 
   ASSERT_EQ(m_cpEncoder->EncodePacketsGet(cpPacket.AddressOf(), &nReady, 0, nullptr), S_OK);
   EXPECT_EQ(nReady, 0);
   EXPECT_EQ(m_cpEncoder->EncodePacketsGet(cpPacket.AddressOf(), &nReady, 0, nullptr), kEmpty);
-  EXPECT_TRUE(Logged(log, ") FAILED hr=800710D2 HRESULT_FROM_WIN32(ERROR_EMPTY)"));
+  EXPECT_TRUE(LogLineWith(log, {") FAILED hr=800710D2 HRESULT_FROM_WIN32(ERROR_EMPTY)"}));
   // The getter's statistics use the plain prefix.
   EXPECT_NE(Prop("stat::v_encode.kbps"), "(absent)");
 }
@@ -145,8 +145,8 @@ TEST_F(EncoderFramesTest, ChangedProps_RecreateTheEncoderWithTheSameConfiguratio
   ASSERT_EQ(m_cpEncoder->EncodeFramePut(Frame(3 * kFrame, VideoProps(640, 480)).Get(), nullptr, nullptr, nullptr), S_OK);
   ASSERT_EQ(Configs().size(), nConfigs + 1);
   EXPECT_EQ(Configs().back(), (std::pair<std::string, std::string>{"general", "codec=libx264"}));
-  EXPECT_TRUE(Logged(log, "Reinit Encoder - PROPS CHANGED(320x240"));
-  EXPECT_TRUE(Logged(log, "->640x480"));
+  EXPECT_TRUE(LogLineWith(log, {"Reinit Encoder - PROPS CHANGED(320x240"}));
+  EXPECT_TRUE(LogLineWith(log, {"->640x480"}));
   EXPECT_EQ(Calls(eCall::EncodeFramePut).back().nObject, Calls(eCall::EncodeCodecSet).back().nObject)
       << "the frame goes to the new encoder";
 
@@ -161,8 +161,8 @@ TEST_F(EncoderFramesTest, InnerFailure_IsLoggedAndReturned) {
   m_pScript->Expect(Step::Answer(eCall::EncodeFramePut, E_FAIL));
   vc::CLogCapture log;
   EXPECT_EQ(m_cpEncoder->EncodeFramePut(Frame(kFrame).Get(), nullptr, nullptr, nullptr), E_FAIL);
-  EXPECT_TRUE(Logged(log, "cpVCEncoder->EncodeFramePut(00:00:00.040"));
-  EXPECT_TRUE(Logged(log, "FAILED hr=80004005"));
+  EXPECT_TRUE(LogLineWith(log, {"cpVCEncoder->EncodeFramePut(00:00:00.040"}));
+  EXPECT_TRUE(LogLineWith(log, {"FAILED hr=80004005"}));
   EXPECT_EQ(m_pFacade->_QueuedFrames(), 1u) << "a refused frame is not queued";
 }
 

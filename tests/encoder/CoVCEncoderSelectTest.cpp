@@ -22,8 +22,8 @@ TEST_F(EncoderSelectTest, MissingCodec_GoesStraightToTheCatchAllRows) {
   ASSERT_EQ(Set(eVCMT_Audio, ""), S_OK);
   EXPECT_EQ(Configs(), (ConfigList{{"general", "bitrate=900"}, {"general", ""}}));
   EXPECT_EQ(Prop("codec_name"), "FFmpeg audio()");
-  EXPECT_TRUE(Logged(log, "Create " + std::string(kGeneralClsid) + " codec:Video tag: (Param:bitrate=900)"));
-  EXPECT_TRUE(Logged(log, "_CreateEncoder(Audio, ) OK hr=00000000"));
+  EXPECT_TRUE(LogLineWith(log, {"Create " + std::string(kGeneralClsid) + " codec:Video tag: (Param:bitrate=900)"}));
+  EXPECT_TRUE(LogLineWith(log, {"_CreateEncoder(Audio, ) OK hr=00000000"}));
 }
 
 TEST_F(EncoderSelectTest, Q264_TriesIntelHardwareWithHwOnlyThenIntelSoftware) {
@@ -33,8 +33,8 @@ TEST_F(EncoderSelectTest, Q264_TriesIntelHardwareWithHwOnlyThenIntelSoftware) {
   EXPECT_EQ(Configs(), (ConfigList{{"intelqs", "codec=q264 hw_only=true"}, {"intelqs", "codec=q264"}}));
   EXPECT_EQ(Prop("codec_name"), "IntelQS SW(q264)");
   EXPECT_EQ(Prop("stat::v_encode.codec"), "IntelQS SW(q264)");
-  EXPECT_TRUE(Logged(log, "Error set props'codec=q264 hw_only=true' for " + std::string(kIntelQSClsid) +
-                              " codec:Video tag:"));
+  EXPECT_TRUE(LogLineWith(log, {"Error set props'codec=q264 hw_only=true' for " + std::string(kIntelQSClsid) +
+                              " codec:Video tag:"}));
 }
 
 TEST_F(EncoderSelectTest, NamesMatchWholeAndIgnoringCase_ExtraTextRoutesTheSharedClass) {
@@ -66,8 +66,8 @@ TEST_F(EncoderSelectTest, BusyNVidia_ClosesOwnEncoderOnceRetriesFiveTimesThenGiv
   EXPECT_EQ(nNVidia, 6u) << "one walk and five retries";
   ASSERT_EQ(Calls(eCall::EncodeClose).size(), 1u);
   EXPECT_EQ(Calls(eCall::EncodeClose)[0].nObject, vecConfigs[0].nObject) << "the close is of our own encoder";
-  EXPECT_TRUE(Logged(log, "_CreateEncoder(Video, codec=n264) try to close nvidia encoder"));
-  EXPECT_TRUE(Logged(log, "_CreateEncoder(Video, codec=n264) FAILED hr=80040274"));
+  EXPECT_TRUE(LogLineWith(log, {"_CreateEncoder(Video, codec=n264) try to close nvidia encoder"}));
+  EXPECT_TRUE(LogLineWith(log, {"_CreateEncoder(Video, codec=n264) FAILED hr=80040274"}));
 }
 
 TEST_F(EncoderSelectTest, BusyOnlyCountsForTheNVidiaOnlyNames) {
@@ -75,7 +75,7 @@ TEST_F(EncoderSelectTest, BusyOnlyCountsForTheNVidiaOnlyNames) {
   m_pScript->AllowStep(Step::For(eClass::GeneralEncoder, eCall::EncodeCodecSet, E_FAIL));
   vc::CLogCapture log;
   EXPECT_EQ(Set(eVCMT_Video, "codec=l264"), kNotSupported);
-  EXPECT_FALSE(Logged(log, "try to close nvidia encoder"));
+  EXPECT_FALSE(LogLineWith(log, {"try to close nvidia encoder"}));
   EXPECT_EQ(Calls(eCall::EncodeCodecSet).size(), 2u) << "NVEnc, then the catch-all row; no retries";
 }
 
@@ -118,7 +118,7 @@ TEST_F(EncoderSelectTest, GpuH265InOtherCase_MatchesTheListsButDoesNotDegrade) {
   EXPECT_EQ(Configs().front(), (std::pair<std::string, std::string>{"nvenc", "codec=GPU_H265"}));
   EXPECT_EQ(Configs().size(), 5u) << "rows 2, 4, 5, 6 and 8, once";
   EXPECT_EQ(Prop("codec_props::codec"), "GPU_H265");
-  EXPECT_TRUE(Logged(log, "_CreateEncoder(Video, codec=GPU_H265) FAILED hr=80070032"));
+  EXPECT_TRUE(LogLineWith(log, {"_CreateEncoder(Video, codec=GPU_H265) FAILED hr=80070032"}));
 }
 
 TEST_F(EncoderSelectTest, GenericName_DescriptionFromInnerCodecNameElseCodecCodec) {
@@ -149,8 +149,8 @@ TEST_F(EncoderSelectTest, TagOfTheCandidate_AppearsInTheLogLines) {
   m_pScript->Expect(Step::For(eClass::GeneralEncoder, eCall::Create, E_OUTOFMEMORY));
   vc::CLogCapture log;
   EXPECT_EQ(Set(eVCMT_Video, "codec=n265"), kNotSupported);
-  EXPECT_TRUE(Logged(log, "Error set props'codec=n265' for " + std::string(kNVEncClsid) + " codec:Video tag:nv-tag-7"));
-  EXPECT_TRUE(Logged(log, "Error create " + std::string(kGeneralClsid) + " codec:Video tag:"));
+  EXPECT_TRUE(LogLineWith(log, {"Error set props'codec=n265' for " + std::string(kNVEncClsid) + " codec:Video tag:nv-tag-7"}));
+  EXPECT_TRUE(LogLineWith(log, {"Error create " + std::string(kGeneralClsid) + " codec:Video tag:"}));
 }
 
 TEST_F(EncoderSelectTest, NewEncoder_IsMadeBeforeTheOldOneIsClosed) {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "CoVCEncoder.h"
-#include "FrameDouble.h"
+#include "AttachingFrame.h"
 #include "TestEnvironment.h"
 #include "VCCodecs/VCAttachments.h"
 #include "VCComPtr.h"
@@ -22,8 +22,7 @@
 #include "VCLog.h"
 #include "VCObject.h"
 #include "VCStrings.h"
-#include "modules/ScriptedModuleUse.h"
-#include "modules/ScriptedObjects.h"
+#include "modules/ScriptedFixture.h"
 
 namespace vctest {
 
@@ -35,70 +34,15 @@ inline constexpr HRESULT kBusy = static_cast<HRESULT>(0x80040274u);
 inline constexpr HRESULT kNotSupported = static_cast<HRESULT>(0x80070032u);
 inline constexpr HRESULT kEmpty = static_cast<HRESULT>(0x800710D2u);
 
-// A frame as a host hands one in: times, properties and named strings.
-class CTestFrame : public vc::CKObjectRoot, public CFrameDouble {
- public:
-  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
-    return vc::QueryInterfaceTable<IVCFrame>(this, riid, ppv);
-  }
-  void Init(const K_TIME& time, const K_AV_PROPS& props) {
-    vc::CKMutexLock lock(m_csLock);
-    m_time = time;
-    m_props = props;
-  }
-  HRESULT STDMETHODCALLTYPE VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) override {
-    if (!_pProps) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    *_pProps = m_props;
-    if (_plAudioSamples) *_plAudioSamples = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCTimeGet(K_TIME* _pTime) override {
-    if (!_pTime) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    *_pTime = m_time;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCStrGetByIndex(LONG _nIndex, BSTR* _pbsStrID, BSTR* _pbsString) override {
-    vc::CBstr bsName;
-    HRESULT hr = m_strings.GetByIndex(_nIndex, &bsName, nullptr, nullptr);
-    if (hr != S_OK) return hr;
-    if (_pbsString && FAILED(hr = m_strings.GetString(bsName, _pbsString))) return hr;
-    if (_pbsStrID) *_pbsStrID = bsName.Detach();
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCStrSet(BSTR _bsStrID, BSTR _bsString) override {
-    return m_strings.SetString(_bsStrID, _bsString);
-  }
-
- private:
-  vc::CKMutex m_csLock;
-  K_TIME m_time VC_GUARDED_BY(m_csLock){};
-  K_AV_PROPS m_props VC_GUARDED_BY(m_csLock){};
-  vc::CKAttachments m_strings;
-};
-
-class ScriptedEncoderTest : public ::testing::Test {
+class ScriptedEncoderTest : public ScriptedFixture {
  protected:
   static constexpr LONGLONG kMsec = VC_TIME_MILLISECOND;
   static constexpr LONGLONG kFrame = 40 * VC_TIME_MILLISECOND;
 
-  static IScript* Script() {
-    static IScript* s_pScript = LoadScript(2);
-    return s_pScript;
-  }
-
   void SetUp() override {
-    m_pScript = Script();
-    ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
-    m_pScript->Reset();
-    m_pScript->Allow(eCall::Create, S_OK);
-    m_pScript->Allow(eCall::EncodeCodecSet, S_OK);
-    m_pScript->Allow(eCall::EncodeClose, S_OK);
-    for (const char* szClsid : {kNVEncClsid, kIntelQSClsid, kAMDClsid, kGeneralClsid}) {
-      RegisterScripted(szClsid);
-      if (HasFatalFailure()) return;
-    }
+    StartScript(2, {eCall::Create, eCall::EncodeCodecSet, eCall::EncodeClose},
+                {kNVEncClsid, kIntelQSClsid, kAMDClsid, kGeneralClsid});
+    if (HasFatalFailure()) return;
     ASSERT_EQ(vc::CreateObject<vc::CCoVCEncoder>(nullptr, vc::IidOf<IVCEncoder>(),
                                                  reinterpret_cast<void**>(m_cpEncoder.AddressOf())),
               S_OK);
@@ -107,17 +51,11 @@ class ScriptedEncoderTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (m_pScript) {
-      std::string strAll;
-      for (const std::string& str : m_pScript->Unexpected()) strAll += str + "\n";
-      EXPECT_TRUE(strAll.empty()) << "calls nobody scripted:\n" << strAll;
-      m_pScript->Reset();
-      m_pScript->Allow(eCall::EncodeClose, S_OK);
-    }
+    StopScript({eCall::EncodeClose});
     if (m_cpEncoder) m_cpEncoder->EncodeClose();
     m_cpProps = nullptr;
     m_cpEncoder = nullptr;
-    for (const char* szClsid : {kNVEncClsid, kIntelQSClsid, kAMDClsid, kGeneralClsid}) UnregisterScripted(szClsid);
+    UnregisterClasses();
   }
 
   // --- Driving the facade ---
@@ -125,15 +63,6 @@ class ScriptedEncoderTest : public ::testing::Test {
   HRESULT Set(eVCMediaType eType, const char* szConfig) {
     return m_cpEncoder->EncodeCodecSet(eType, vc::CBstr(std::string_view(szConfig)));
   }
-  void SetProp(const char* szName, const char* szValue) {
-    ASSERT_EQ(m_cpProps->PropsSet(vc::CBstr(std::string_view(szName)), vc::CBstr(std::string_view(szValue))), S_OK);
-  }
-  std::string Prop(const char* szName) const {
-    vc::CBstr bsValue;
-    if (m_cpProps->PropsGet(vc::CBstr(std::string_view(szName)), &bsValue) != S_OK) return "(absent)";
-    return vc::ToUtf8(bsValue.View());
-  }
-
   static K_AV_PROPS VideoProps(LONG nWidth = 320, LONG nHeight = 240, double dblRate = 25.0) {
     K_AV_PROPS props{};
     props.vidProps.fccType = static_cast<eVCCC>(0x30323449);  // I420
@@ -152,8 +81,8 @@ class ScriptedEncoderTest : public ::testing::Test {
   // A frame starting at rtStart; szId, when given, is attached as "frame.id".
   static vc::ComPtr<IVCFrame> Frame(LONGLONG rtStart, const K_AV_PROPS& props = VideoProps(),
                                     const char* szId = nullptr) {
-    vc::CKComObject<CTestFrame>* pFrame = nullptr;
-    EXPECT_EQ(vc::CKComObject<CTestFrame>::CreateInstance(&pFrame), S_OK);
+    vc::CKComObject<CAttachingFrame>* pFrame = nullptr;
+    EXPECT_EQ(vc::CKComObject<CAttachingFrame>::CreateInstance(&pFrame), S_OK);
     vc::ComPtr<IVCFrame> cpFrame;
     cpFrame.Attach(pFrame);
     K_TIME time{};
@@ -188,12 +117,6 @@ class ScriptedEncoderTest : public ::testing::Test {
 
   // --- Reading the script ---
 
-  std::vector<CallRecord> Calls(eCall call) const {
-    std::vector<CallRecord> vecCalls;
-    for (const CallRecord& record : m_pScript->Calls())
-      if (record.call == call) vecCalls.push_back(record);
-    return vecCalls;
-  }
   // (class kind, configuration text) of every EncodeCodecSet so far.
   std::vector<std::pair<std::string, std::string>> Configs() const {
     std::vector<std::pair<std::string, std::string>> vec;
@@ -209,16 +132,7 @@ class ScriptedEncoderTest : public ::testing::Test {
       default: return "?";
     }
   }
-  // Whether one captured log message holds the text.
-  static bool Logged(const vc::CLogCapture& log, const std::string& strText) {
-    for (const std::string& strMessage : log.Messages())
-      if (strMessage.find(strText) != std::string::npos) return true;
-    return false;
-  }
-
-  IScript* m_pScript = nullptr;
   vc::ComPtr<IVCEncoder> m_cpEncoder;
-  vc::ComPtr<IVCProps> m_cpProps;
   vc::CCoVCEncoder* m_pFacade = nullptr;
 };
 

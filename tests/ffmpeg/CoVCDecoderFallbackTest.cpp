@@ -21,8 +21,7 @@
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCComPtr.h"
 #include "VCStrings.h"
-#include "modules/ScriptedModuleUse.h"
-#include "modules/ScriptedObjects.h"
+#include "modules/ScriptedFixture.h"
 
 namespace {
 
@@ -33,20 +32,12 @@ constexpr const char* kNVidia = "{2CBD671C-8106-49EC-8ABB-9D67CF025301}";
 constexpr const char* kMedia = "h264_aac.mp4";
 constexpr int kFailingPacket = 40;  // the stand-in's 40th packet, index 39
 
-vctest::IScript* DecoderScript() {
-  static vctest::IScript* s_pScript = vctest::LoadScript(1);
-  return s_pScript;
-}
-
-class FFDecoderFallbackTest : public ::testing::Test {
+class FFDecoderFallbackTest : public vctest::ScriptedFixture {
  protected:
   void SetUp() override {
     if (!vc::fftest::MediaExists(kMedia)) GTEST_SKIP() << "test media missing";
-    m_pScript = DecoderScript();
-    ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
-    m_pScript->Reset();
-    m_pScript->Allow(vctest::eCall::Create, S_OK);
-    m_pScript->Allow(vctest::eCall::DecodeClose, S_OK);
+    StartScript(1, {vctest::eCall::Create, vctest::eCall::DecodeClose}, {kNVidia});
+    if (HasFatalFailure()) return;
     m_pScript->AllowStep(
         vctest::Step::For(vctest::eClass::NVidiaDecoder, vctest::eCall::DecodeIsSupported, S_OK));
     // A decoder that reorders two frames deep, like the stream's B-frames
@@ -57,8 +48,6 @@ class FFDecoderFallbackTest : public ::testing::Test {
     decode.bReorder = true;
     decode.nFailAt = kFailingPacket;
     m_pScript->AllowStep(decode);
-    vctest::RegisterScripted(kNVidia);
-    if (HasFatalFailure()) return;
 
     ASSERT_TRUE(m_source.Open(vc::fftest::MediaPath(kMedia), AVMEDIA_TYPE_VIDEO));
     m_vecPackets = m_source.ReadAll();
@@ -69,16 +58,10 @@ class FFDecoderFallbackTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (m_pScript) {
-      std::string strAll;
-      for (const std::string& str : m_pScript->Unexpected()) strAll += str + "\n";
-      EXPECT_TRUE(strAll.empty()) << "calls nobody scripted:\n" << strAll;
-      m_pScript->Reset();
-      m_pScript->Allow(vctest::eCall::DecodeClose, S_OK);
-    }
+    StopScript({vctest::eCall::DecodeClose});
     if (m_cpDecoder) m_cpDecoder->DecodeClose();
     m_cpDecoder = nullptr;
-    vctest::UnregisterScripted(kNVidia);
+    UnregisterClasses();
   }
 
   HRESULT Accept() {
@@ -100,7 +83,6 @@ class FFDecoderFallbackTest : public ::testing::Test {
     return std::vector<uint8_t>(pb, pb + cb);
   }
 
-  vctest::IScript* m_pScript = nullptr;
   vc::fftest::CTestPacketSource m_source;
   std::vector<ComPtr<IVCPacket>> m_vecPackets;
   ComPtr<IVCDecoder> m_cpDecoder;

@@ -21,6 +21,7 @@ extern "C" {
 #include "FFFrame.h"
 #include "FFFrameScale.h"
 #include "FFPointers.h"
+#include "FFTestFrames.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCLog.h"
@@ -34,40 +35,9 @@ using vc::ff::AvFramePtr;
 constexpr LONGLONG kFrame = VC_TIME_SECOND / 25;
 constexpr HRESULT kNotSupported = static_cast<HRESULT>(0x80070032u);
 
-AvFramePtr MakePicture(int n, int nWidth, int nHeight) {
-  AvFramePtr sp(av_frame_alloc());
-  sp->format = AV_PIX_FMT_YUV420P;
-  sp->width = nWidth;
-  sp->height = nHeight;
-  av_frame_get_buffer(sp.get(), 0);
-  for (int p = 0; p < 3; ++p) {
-    const int w = p ? nWidth / 2 : nWidth, h = p ? nHeight / 2 : nHeight;
-    for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x)
-        sp->data[p][y * sp->linesize[p] + x] = static_cast<uint8_t>(p ? 128 : 16 + (x + y + 3 * n) % 200);
-  }
-  return sp;
-}
-
 ComPtr<IVCFrame> VideoFrame(int n, int nWidth = 320, int nHeight = 240) {
-  AvFramePtr sp = MakePicture(n, nWidth, nHeight);
-  K_TIME time{n * kFrame, (n + 1) * kFrame, {}, eKFF_None};
-  ComPtr<IVCFrame> cp;
-  EXPECT_EQ(vc::ff::FrameFromAVFrame(sp.get(), time, 25.0, cp.AddressOf()), S_OK);
+  ComPtr<IVCFrame> cp = vc::fftest::PictureFrame(*vc::fftest::MovingGradient(n, nWidth, nHeight), n);
   if (cp) cp->VCStrSet(vc::CBstr(std::string_view("frame.id")), vc::CBstr(std::string_view(std::to_string(n))));
-  return cp;
-}
-
-ComPtr<IVCFrame> AudioFrame(int64_t nFirst, int nSamples) {
-  AvFramePtr sp;
-  EXPECT_EQ(vc::ff::AllocAudio(AV_SAMPLE_FMT_S16, 2, 48000, nSamples, &sp), S_OK);
-  auto* p = reinterpret_cast<int16_t*>(sp->data[0]);
-  for (int i = 0; i < nSamples; ++i)
-    p[2 * i] = p[2 * i + 1] = static_cast<int16_t>(8000 * std::sin(2 * M_PI * 440 * double(nFirst + i) / 48000));
-  const LONGLONG rtStart = nFirst * VC_TIME_SECOND / 48000;
-  K_TIME time{rtStart, rtStart + int64_t(nSamples) * VC_TIME_SECOND / 48000, {}, eKFF_None};
-  ComPtr<IVCFrame> cp;
-  EXPECT_EQ(vc::ff::FrameFromAVFrame(sp.get(), time, 0, cp.AddressOf()), S_OK);
   return cp;
 }
 
@@ -145,7 +115,7 @@ TEST_F(CoVCEncoderMediaTest, Libx264_PacketsComeBackPairedWithTheirFrames) {
 TEST_F(CoVCEncoderMediaTest, Aac_AudioPacketsInTimeOrderAndNoFramesQueued) {
   ASSERT_EQ(Set(eVCMT_Audio, "codec=aac bitrate=128000"), S_OK);
   EXPECT_EQ(Prop("codec_name"), "FFmpeg audio(aac)");
-  for (int n = 0; n < 40; ++n) Put(AudioFrame(int64_t(n) * 1024, 1024).Get());
+  for (int n = 0; n < 40; ++n) Put(vc::fftest::ToneFrame(int64_t(n) * 1024, 1024).Get());
   EXPECT_EQ(m_pFacade->_QueuedFrames(), 0u);
   ASSERT_GT(m_vecPackets.size(), 20u);
   for (size_t n = 1; n < m_vecPackets.size(); ++n)

@@ -15,7 +15,7 @@
 #include <string>
 
 #include "Devices/KPropsImpl.h"
-#include "FrameDouble.h"
+#include "AttachingFrame.h"
 #include "ScriptedScript.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecs/VCAttachments.h"
@@ -38,94 +38,13 @@ const char* KindOf(eClass objClass) {
   return "?";
 }
 
-// A frame as the facade sees one: times, properties, and named data,
-// strings and objects (the facade attaches the packets it kept as objects).
-// The names "scripted.decoder" (class kind) and "scripted.packet" (the
-// number of the packet in its decoder, from 1) tell a test where a frame
-// came from. Every other call answers E_NOTIMPL.
-class CScriptedFrame : public vc::CKObjectRoot, public CFrameDouble {
- public:
-  HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
-    return vc::QueryInterfaceTable<IVCFrame>(this, riid, ppv);
-  }
-  void Init(const K_TIME& time, const K_AV_PROPS& props) {
-    vc::CKMutexLock lock(m_csLock);
-    m_time = time;
-    m_props = props;
-  }
-
-  HRESULT STDMETHODCALLTYPE VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) override {
-    if (!_pProps) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    *_pProps = m_props;
-    if (_plAudioSamples) *_plAudioSamples = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCAVPropsSet(K_AV_PROPS* _pProps, BSTR) override {
-    if (!_pProps) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    m_props = *_pProps;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCTimeGet(K_TIME* _pTime) override {
-    if (!_pTime) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    *_pTime = m_time;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCTimeSet(K_TIME* _pTime) override {
-    if (!_pTime) return E_POINTER;
-    vc::CKMutexLock lock(m_csLock);
-    m_time = *_pTime;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCDataGet(BSTR _bsDataID, LONG* _pcbData, LONGLONG* _ppbData) override {
-    return m_data.GetData(_bsDataID, _pcbData, _ppbData);
-  }
-  HRESULT STDMETHODCALLTYPE VCDataSet(BSTR _bsDataID, LONG _cbData, LONGLONG _pbData) override {
-    return m_data.SetData(_bsDataID, _cbData, _pbData);
-  }
-  HRESULT STDMETHODCALLTYPE VCObjGetByIndex(LONG _nIndex, BSTR* _pbsObjID, IUnknown** _ppObj, BOOL) override {
-    if (_pbsObjID) *_pbsObjID = nullptr;
-    if (_ppObj) *_ppObj = nullptr;
-    vc::CBstr bsName;
-    HRESULT hr = m_objects.GetByIndex(_nIndex, &bsName, nullptr, nullptr);
-    if (FAILED(hr)) return hr;
-    if (_ppObj && FAILED(hr = m_objects.GetObject(bsName, _ppObj))) return hr;
-    if (_pbsObjID) *_pbsObjID = bsName.Detach();
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCObjGet(BSTR _bsObjID, IUnknown** _ppObj, BOOL) override {
-    return m_objects.GetObject(_bsObjID, _ppObj);
-  }
-  HRESULT STDMETHODCALLTYPE VCObjSet(BSTR _bsObjID, IUnknown* _pObj) override {
-    return m_objects.SetObject(_bsObjID, _pObj);
-  }
-  HRESULT STDMETHODCALLTYPE VCStrGet(BSTR _bsStrID, BSTR* _pbsString) override {
-    return m_strings.GetString(_bsStrID, _pbsString);
-  }
-  HRESULT STDMETHODCALLTYPE VCStrSet(BSTR _bsStrID, BSTR _bsString) override {
-    return m_strings.SetString(_bsStrID, _bsString);
-  }
-
- private:
-  vc::CKMutex m_csLock;
-  K_TIME m_time VC_GUARDED_BY(m_csLock){};
-  K_AV_PROPS m_props VC_GUARDED_BY(m_csLock){};
-  // One store per kind, so that each kind's index runs over its own entries.
-  vc::CKAttachments m_data;
-  vc::CKAttachments m_strings;
-  vc::CKAttachments m_objects;
-};
-
-class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public vc::IKPropsImpl<CScriptedDecoder> {
+class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public CScriptedObject<CScriptedDecoder> {
  public:
   explicit CScriptedDecoder(eClass objClass) : m_eClass(objClass) {}
 
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return vc::QueryInterfaceTable<IVCDecoder, IVCProps>(this, riid, ppv);
   }
-  vc::CKCritSec& _PropsLock() { return m_csProps; }
 
   HRESULT STDMETHODCALLTYPE DecodeIsSupported(K_STREAM_INFO* _pStreamInfo, IVCPacket* _pVCPacket,
                                               BOOL* _pbSupported) override {
@@ -138,10 +57,7 @@ class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public vc::
     record.strText = vc::ToUtf8(vc::InString(stream.bsCodecNameOrTag));
     record.llValue = stream.eMediaType;
     record.llArg = _pbSupported ? 1 : 0;
-    {
-      vc::CKAutoLock lock(m_csProps);
-      if (auto spRoot = _PropsRootLocked()) record.strProps = vc::ToUtf8(spRoot->Serialize());
-    }
+    record.strProps = _PropsText();
     const Step step = _Run(record);
     if (_pbSupported) *_pbSupported = step.hr == S_OK;
     if (step.hr == S_OK) _Accept(stream);
@@ -273,10 +189,13 @@ class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public vc::
       PropsSet(vc::CBstr(std::string_view(szName)), vc::CBstr(std::string_view(strValue)));
   }
 
+  // The names "scripted.decoder" (the class kind) and "scripted.packet" (the
+  // packet's number in this decoder, from 1) tell a test where a frame came
+  // from.
   vc::ComPtr<IVCFrame> _MakeFrame(LONGLONG rtStart, LONGLONG rtEnd, const Step& step, int nPacket)
       VC_REQUIRES(m_csState) {
-    vc::CKComObject<CScriptedFrame>* pFrame = nullptr;
-    if (FAILED(vc::CKComObject<CScriptedFrame>::CreateInstance(&pFrame))) return nullptr;
+    vc::CKComObject<CAttachingFrame>* pFrame = nullptr;
+    if (FAILED(vc::CKComObject<CAttachingFrame>::CreateInstance(&pFrame))) return nullptr;
     vc::ComPtr<IVCFrame> cpFrame;
     cpFrame.Attach(pFrame);
     K_TIME time{};
@@ -299,11 +218,8 @@ class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public vc::
   }
 
   const eClass m_eClass;
-  const uint64_t m_nObject = s_nObjects.fetch_add(1) + 1;
-  static inline std::atomic<uint64_t> s_nObjects{0};
   std::atomic<uint64_t> m_nCloses{0};
 
-  vc::CKCritSec m_csProps;
   vc::CKMutex m_csState;
   std::deque<CWaiting> m_deqFrames VC_GUARDED_BY(m_csState);
   int m_nPackets VC_GUARDED_BY(m_csState) = 0;
@@ -314,24 +230,12 @@ class CScriptedDecoder : public vc::CKObjectRoot, public IVCDecoder, public vc::
   LONG m_nSampleRate VC_GUARDED_BY(m_csState) = 0;
 };
 
-// The class an object is created as is part of its type, because the
-// object helpers construct objects without arguments.
-template <eClass kClass>
-class CScriptedDecoderOf : public CScriptedDecoder {
- public:
-  CScriptedDecoderOf() : CScriptedDecoder(kClass) {}
-};
-
 template <eClass kClass>
 HRESULT CreateDecoder(IUnknown* pOuter, REFIID riid, void** ppv) {
   if (ppv) *ppv = nullptr;
-  CallRecord record;
-  record.call = eCall::Create;
-  record.strText = KindOf(kClass);
-  record.objClass = kClass;
-  const Step step = DecoderScript().Take(record);
+  const Step step = TakeCreate(DecoderScript(), kClass, KindOf(kClass));
   if (FAILED(step.hr)) return step.hr;
-  return vc::CreateObject<CScriptedDecoderOf<kClass>>(pOuter, riid, ppv);
+  return vc::CreateObject<CScriptedOf<CScriptedDecoder, kClass>>(pOuter, riid, ppv);
 }
 
 }  // namespace

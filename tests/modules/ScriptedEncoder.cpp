@@ -36,14 +36,13 @@ const char* EncoderKind(eClass objClass) {
   return "?";
 }
 
-class CScriptedEncoder : public vc::CKObjectRoot, public IVCEncoder, public vc::IKPropsImpl<CScriptedEncoder> {
+class CScriptedEncoder : public vc::CKObjectRoot, public IVCEncoder, public CScriptedObject<CScriptedEncoder> {
  public:
   explicit CScriptedEncoder(eClass objClass) : m_eClass(objClass) {}
 
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return vc::QueryInterfaceTable<IVCEncoder, IVCProps>(this, riid, ppv);
   }
-  vc::CKCritSec& _PropsLock() { return m_csProps; }
   // The tag is answered here: its name is no attribute a test would set.
   HRESULT _PropsGetComputed(vc::StringView name, BSTR* pbsValue) {
     if (name != vc::StringView(kTagProperty) || m_strTag.empty()) return S_FALSE;
@@ -173,11 +172,8 @@ class CScriptedEncoder : public vc::CKObjectRoot, public IVCEncoder, public vc::
   }
 
   const eClass m_eClass;
-  const uint64_t m_nObject = s_nObjects.fetch_add(1) + 1;
-  static inline std::atomic<uint64_t> s_nObjects{0};
   std::string m_strTag;  // set once, before the object is handed out
 
-  vc::CKCritSec m_csProps;
   vc::CKMutex m_csState;
   eVCMediaType m_eMediaType VC_GUARDED_BY(m_csState) = eVCMT_Empty;
   int m_nFrames VC_GUARDED_BY(m_csState) = 0;
@@ -186,23 +182,13 @@ class CScriptedEncoder : public vc::CKObjectRoot, public IVCEncoder, public vc::
 };
 
 template <eClass kClass>
-class CScriptedEncoderOf : public CScriptedEncoder {
- public:
-  CScriptedEncoderOf() : CScriptedEncoder(kClass) {}
-};
-
-template <eClass kClass>
 HRESULT CreateEncoder(IUnknown* pOuter, REFIID riid, void** ppv) {
   if (ppv) *ppv = nullptr;
-  CallRecord record;
-  record.call = eCall::Create;
-  record.strText = EncoderKind(kClass);
-  record.objClass = kClass;
-  const Step step = EncoderScript().Take(record);
+  const Step step = TakeCreate(EncoderScript(), kClass, EncoderKind(kClass));
   if (FAILED(step.hr)) return step.hr;
   if (pOuter) return CLASS_E_NOAGGREGATION;
-  vc::CKComObject<CScriptedEncoderOf<kClass>>* pObject = nullptr;
-  HRESULT hr = vc::CKComObject<CScriptedEncoderOf<kClass>>::CreateInstance(&pObject);  // one reference
+  vc::CKComObject<CScriptedOf<CScriptedEncoder, kClass>>* pObject = nullptr;
+  HRESULT hr = vc::CKComObject<CScriptedOf<CScriptedEncoder, kClass>>::CreateInstance(&pObject);  // one reference
   if (FAILED(hr)) return hr;
   pObject->Init(step);
   hr = pObject->QueryInterface(riid, ppv);

@@ -44,19 +44,15 @@ CScript& EncoderScript() {
 
 namespace {
 
-class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc::IKPropsImpl<CScriptedSplitter> {
+class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public CScriptedObject<CScriptedSplitter> {
  public:
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return vc::QueryInterfaceTable<IVCSplitter, IVCProps>(this, riid, ppv);
   }
-  vc::CKCritSec& _PropsLock() { return m_csLock; }
 
   HRESULT STDMETHODCALLTYPE SplitterOpen(BSTR _bsFilePath, BSTR, LONG* _pnStreamsCount) override {
     CallRecord record{eCall::SplitterOpen, Utf8(_bsFilePath), 0, {}};
-    {
-      vc::CKAutoLock lock(m_csLock);
-      if (auto spRoot = _PropsRootLocked()) record.strProps = vc::ToUtf8(spRoot->Serialize());
-    }
+    record.strProps = _PropsText();
     const Step step = _Run(record);
     if (SUCCEEDED(step.hr)) {
       m_strPath = record.strText;
@@ -132,13 +128,10 @@ class CScriptedSplitter : public vc::CKObjectRoot, public IVCSplitter, public vc
     return step;
   }
 
-  vc::CKCritSec m_csLock;
   std::string m_strPath;
   LONG m_nStreams = 0;
   LONGLONG m_rtDuration = 0;
   std::atomic<uint64_t> m_nStops{0};
-  const uint64_t m_nObject = s_nObjects.fetch_add(1) + 1;
-  static inline std::atomic<uint64_t> s_nObjects{0};
 };
 
 template <const char* szKind>

@@ -25,23 +25,19 @@ namespace {
 
 const char* MuxerKindOf(eClass objClass) { return objClass == eClass::NabletMuxer ? "nablet" : "general"; }
 
-class CScriptedMuxer : public vc::CKObjectRoot, public IVCMuxer, public vc::IKPropsImpl<CScriptedMuxer> {
+class CScriptedMuxer : public vc::CKObjectRoot, public IVCMuxer, public CScriptedObject<CScriptedMuxer> {
  public:
   explicit CScriptedMuxer(eClass objClass) : m_eClass(objClass) {}
 
   HRESULT _InternalQueryInterface(REFIID riid, void** ppv) {
     return vc::QueryInterfaceTable<IVCMuxer, IVCProps>(this, riid, ppv);
   }
-  vc::CKCritSec& _PropsLock() { return m_csProps; }
 
   HRESULT STDMETHODCALLTYPE MuxerSet(BSTR _bsFilePath, BSTR _bsProps) override {
     CallRecord record = _Record(eCall::MuxerSet);
     record.strText = Utf8(_bsFilePath);
     record.strArg = Utf8(_bsProps);
-    {
-      vc::CKAutoLock lock(m_csProps);
-      if (auto spRoot = _PropsRootLocked()) record.strProps = vc::ToUtf8(spRoot->Serialize());
-    }
+    record.strProps = _PropsText();
     return _Run(record).hr;
   }
   HRESULT STDMETHODCALLTYPE MuxerStreamAdd(K_STREAM_INFO* _pStreamInfo, BSTR _bsProps, LONG* _pnStreamIdx) override {
@@ -99,28 +95,15 @@ class CScriptedMuxer : public vc::CKObjectRoot, public IVCMuxer, public vc::IKPr
   }
 
   const eClass m_eClass;
-  vc::CKCritSec m_csProps;
   std::atomic<LONG> m_nStreams{0};
-  const uint64_t m_nObject = s_nObjects.fetch_add(1) + 1;
-  static inline std::atomic<uint64_t> s_nObjects{0};
-};
-
-template <eClass kClass>
-class CScriptedMuxerOf : public CScriptedMuxer {
- public:
-  CScriptedMuxerOf() : CScriptedMuxer(kClass) {}
 };
 
 template <eClass kClass>
 HRESULT CreateMuxer(IUnknown* pOuter, REFIID riid, void** ppv) {
   if (ppv) *ppv = nullptr;
-  CallRecord record;
-  record.call = eCall::Create;
-  record.strText = MuxerKindOf(kClass);
-  record.objClass = kClass;
-  const Step step = MuxerScript().Take(record);
+  const Step step = TakeCreate(MuxerScript(), kClass, MuxerKindOf(kClass));
   if (FAILED(step.hr)) return step.hr;
-  return vc::CreateObject<CScriptedMuxerOf<kClass>>(pOuter, riid, ppv);
+  return vc::CreateObject<CScriptedOf<CScriptedMuxer, kClass>>(pOuter, riid, ppv);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -15,8 +16,11 @@
 #include <utility>
 #include <vector>
 
+#include "Devices/KPropsImpl.h"
 #include "ScriptedObjects.h"
+#include "VCCritSec.h"
 #include "VCFormat.h"
+#include "VCObject.h"
 #include "VCStrings.h"
 
 namespace vctest {
@@ -150,6 +154,48 @@ CScript& MuxerScript();
 CScript& EncoderScript();
 
 inline std::string Utf8(BSTR bs) { return vc::ToUtf8(vc::InString(bs)); }
+
+// What every scripted object of class T shares: the property tree a facade
+// hands down, under the object's own lock, and the object's number (unique
+// among the objects of T) that its call records carry.
+template <class T>
+class CScriptedObject : public vc::IKPropsImpl<T> {
+ public:
+  vc::CKCritSec& _PropsLock() { return m_csProps; }
+
+ protected:
+  // The property tree as text, for a call record.
+  std::string _PropsText() {
+    vc::CKAutoLock lock(m_csProps);
+    const auto spRoot = this->_PropsRootLocked();
+    return spRoot ? vc::ToUtf8(spRoot->Serialize()) : std::string();
+  }
+
+  vc::CKCritSec m_csProps;
+  const uint64_t m_nObject = s_nObjects.fetch_add(1) + 1;
+
+ private:
+  static inline std::atomic<uint64_t> s_nObjects{0};
+};
+
+// The class an object is created as is part of its type, because the
+// object helpers construct objects without arguments.
+template <class TObject, eClass kClass>
+class CScriptedOf : public TObject {
+ public:
+  CScriptedOf() : TObject(kClass) {}
+};
+
+// A class factory's creation as the script sees it: recorded with the class
+// kind as text, answered with the script's step (a failing one is what the
+// factory returns).
+inline Step TakeCreate(CScript& script, eClass objClass, const char* szKind) {
+  CallRecord record;
+  record.call = eCall::Create;
+  record.strText = szKind;
+  record.objClass = objClass;
+  return script.Take(record);
+}
 
 // The decoder classes' creation functions (ScriptedDecoder.cpp).
 HRESULT CreateScriptedNVidiaDecoder(IUnknown* pOuter, REFIID riid, void** ppv);

@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,31 +18,19 @@
 #include "VCComPtr.h"
 #include "VCLog.h"
 #include "VCStrings.h"
-#include "modules/ScriptedModuleUse.h"
-#include "modules/ScriptedObjects.h"
+#include "modules/ScriptedFixture.h"
 
 namespace vctest {
 
-class ScriptedMuxerTest : public ::testing::Test {
+class ScriptedMuxerTest : public ScriptedFixture {
  protected:
   static constexpr HRESULT kNoMuxer = static_cast<HRESULT>(0x800710D2u);
   static constexpr HRESULT kNoCandidate = static_cast<HRESULT>(0x80070032u);
   static constexpr const char* kNablet = "{090AD36C-B9C2-483C-97F7-4F7023D238DB}";
   static constexpr const char* kGeneral = "{96EB1F23-4CC0-4830-9CC3-F064196B2626}";
 
-  static IScript* Script() {
-    static IScript* s_pScript = LoadScript(3);
-    return s_pScript;
-  }
-
   void SetUp() override {
-    m_pScript = Script();
-    ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
-    m_pScript->Reset();
-    m_pScript->Allow(eCall::Create, S_OK);
-    m_pScript->Allow(eCall::MuxerSet, S_OK);
-    m_pScript->Allow(eCall::MuxerClose, S_OK);
-    RegisterScripted(kGeneral);
+    StartScript(3, {eCall::Create, eCall::MuxerSet, eCall::MuxerClose}, {kGeneral});
     if (HasFatalFailure()) return;
     ASSERT_EQ(vc::CreateObject<vc::CCoVCMuxer>(nullptr, vc::IidOf<IVCMuxer>(),
                                                reinterpret_cast<void**>(m_cpMuxer.AddressOf())),
@@ -54,18 +40,12 @@ class ScriptedMuxerTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (m_pScript) {
-      std::string strAll;
-      for (const std::string& str : m_pScript->Unexpected()) strAll += str + "\n";
-      EXPECT_TRUE(strAll.empty()) << "calls nobody scripted:\n" << strAll;
-      m_pScript->Reset();  // lets held calls go
-      m_pScript->Allow(eCall::MuxerClose, S_OK);
-    }
+    StopScript({eCall::MuxerClose});
     if (m_cpMuxer) m_cpMuxer->MuxerClose();
     m_cpProps = nullptr;
     m_cpMuxer = nullptr;
-    UnregisterScripted(kGeneral);
-    UnregisterScripted(kNablet);
+    UnregisterClasses();
+    UnregisterScripted(kNablet);  // registered by the tests that ask for it
   }
 
   // --- Facade calls ---
@@ -74,10 +54,6 @@ class ScriptedMuxerTest : public ::testing::Test {
     const vc::CBstr bsPath(path);
     const vc::CBstr bsProps(std::string_view(szProps ? szProps : ""));
     return m_cpMuxer->MuxerSet(bsPath, szProps ? bsProps.Get() : nullptr);
-  }
-  void SetProp(const char* szName, const char* szValue) {
-    ASSERT_EQ(m_cpProps->PropsSet(vc::CBstr(std::string_view(szName)), vc::CBstr(std::string_view(szValue))), S_OK)
-        << szName;
   }
   // The facade's stored path ("" when none).
   std::string StoredPath() const {
@@ -111,41 +87,7 @@ class ScriptedMuxerTest : public ::testing::Test {
     return cpPacket;
   }
 
-  // --- What the candidates saw ---
-
-  size_t Mark() const { return m_pScript->Calls().size(); }
-  std::vector<CallRecord> Calls(eCall call, size_t nFrom = 0) const {
-    std::vector<CallRecord> vecCalls;
-    const std::vector<CallRecord> vecAll = m_pScript->Calls();
-    for (size_t n = nFrom; n < vecAll.size(); ++n)
-      if (vecAll[n].call == call) vecCalls.push_back(vecAll[n]);
-    return vecCalls;
-  }
-  // The kinds the factory was asked for, in order ("nablet", "general").
-  std::vector<std::string> Created(size_t nFrom = 0) const {
-    std::vector<std::string> vecKinds;
-    for (const CallRecord& record : Calls(eCall::Create, nFrom)) vecKinds.push_back(record.strText);
-    return vecKinds;
-  }
-  // The object the last call of this kind went to (0: none).
-  uint64_t LastObject(eCall call) const {
-    const std::vector<CallRecord> vecCalls = Calls(call);
-    return vecCalls.empty() ? 0 : vecCalls.back().nObject;
-  }
-
-  static bool LogLineWith(const vc::CLogCapture& log, std::initializer_list<std::string_view> parts,
-                          int nLevel = -1) {
-    for (const vc::LogRecord& record : log.Records())
-      if ((nLevel < 0 || record.nLevel == nLevel) &&
-          std::all_of(parts.begin(), parts.end(),
-                      [&](std::string_view part) { return record.strMessage.find(part) != std::string::npos; }))
-        return true;
-    return false;
-  }
-
-  IScript* m_pScript = nullptr;
   vc::ComPtr<IVCMuxer> m_cpMuxer;
-  vc::ComPtr<IVCProps> m_cpProps;
   vc::CCoVCMuxer* m_pFacade = nullptr;
 };
 

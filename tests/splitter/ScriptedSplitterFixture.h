@@ -11,32 +11,20 @@
 #include "CoVCSplitter.h"
 #include "TestEnvironment.h"
 #include "VCComPtr.h"
-#include "modules/ScriptedModuleUse.h"
-#include "modules/ScriptedObjects.h"
+#include "modules/ScriptedFixture.h"
 
 namespace vctest {
 
 inline constexpr LONGLONG kMs = 10000;
 inline constexpr LONGLONG kSec = 10000000;
 
-class ScriptedSplitterTest : public ::testing::Test {
+class ScriptedSplitterTest : public ScriptedFixture {
  protected:
-  static IScript* Script() {
-    static IScript* s_pScript = LoadScript(0);
-    return s_pScript;
-  }
-
   void SetUp() override {
-    m_pScript = Script();
-    ASSERT_TRUE(m_pScript) << "the scripted test module did not load";
-    m_pScript->Reset();
-    m_pScript->Allow(eCall::Create, S_OK);
-    m_pScript->Allow(eCall::SplitterStop, S_OK);   // every close stops the inner splitter
-    m_pScript->Allow(eCall::SplitterClose, S_OK);  // and closes it (a new open closes the old source)
-    for (const char* szClsid : {kGeneral, kNablet}) {
-      RegisterScripted(szClsid);
-      if (HasFatalFailure()) return;
-    }
+    // Every close stops the inner splitter and closes it (a new open closes
+    // the old source).
+    StartScript(0, {eCall::Create, eCall::SplitterStop, eCall::SplitterClose}, {kGeneral, kNablet});
+    if (HasFatalFailure()) return;
     ASSERT_EQ(vc::CreateObject<vc::CCoVCSplitter>(nullptr, vc::IidOf<IVCSplitter>(),
                                                   reinterpret_cast<void**>(m_cpSplitter.AddressOf())),
               S_OK);
@@ -44,22 +32,11 @@ class ScriptedSplitterTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (m_pScript) {
-      const std::vector<std::string> vecUnexpected = m_pScript->Unexpected();
-      std::string strAll;
-      for (const std::string& str : vecUnexpected) strAll += str + "\n";
-      EXPECT_TRUE(vecUnexpected.empty()) << "calls nobody scripted:\n" << strAll;
-      // From here on anything goes: let held calls go and close.
-      m_pScript->Reset();
-      m_pScript->Allow(eCall::SplitterStop, S_OK);
-      m_pScript->Allow(eCall::SplitterPacketGet, HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA));
-      m_pScript->Allow(eCall::SplitterBeginSegment, S_OK);
-      m_pScript->Allow(eCall::Create, S_OK);
-      m_pScript->Allow(eCall::SplitterClose, S_OK);
-    }
+    StopScript({eCall::SplitterStop, eCall::SplitterBeginSegment, eCall::Create, eCall::SplitterClose});
+    if (m_pScript) m_pScript->Allow(eCall::SplitterPacketGet, HRESULT_FROM_WIN32(ERROR_END_OF_MEDIA));
     if (m_cpSplitter) m_cpSplitter->SplitterClose();
     m_cpSplitter = nullptr;
-    for (const char* szClsid : {kGeneral, kNablet}) UnregisterScripted(szClsid);
+    UnregisterClasses();
   }
 
   // Opens path through a scripted open that answers hr.
@@ -96,7 +73,6 @@ class ScriptedSplitterTest : public ::testing::Test {
   static constexpr const char* kGeneral = "{96EB1F14-4CC0-4830-9CC3-F064196B2626}";
   static constexpr const char* kNablet = "{ECFBFE56-F923-44B6-91D4-C9E3EA04131B}";
 
-  IScript* m_pScript = nullptr;
   vc::ComPtr<IVCSplitter> m_cpSplitter;
   vc::CCoVCSplitter* m_pFacade = nullptr;
 };

@@ -30,7 +30,7 @@ LONGLONG Addr(const std::vector<T>& vec) {
 
 // A frame that only holds audio and a time. Not thread-safe; tests use it on
 // one thread.
-class CTestFrame final : public vctest::CFrameDouble {
+class CTestFrame final : public vctest::CCountedFrameDouble {
  public:
   static ComPtr<CTestFrame> Make() {
     ComPtr<CTestFrame> cp;
@@ -63,21 +63,6 @@ class CTestFrame final : public vctest::CFrameDouble {
   HRESULT m_hrPropsGet = S_OK;  // what VCAVPropsGet answers
   HRESULT m_hrAudioSet = S_OK;  // what VCAudioSet answers (failing ones change nothing)
   int m_nAudioSetCalls = 0;
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    *ppv = nullptr;
-    if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IidOf<IVCFrame>())) return E_NOINTERFACE;
-    *ppv = static_cast<IVCFrame*>(this);
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG n = --m_nRef;
-    if (n == 0) delete this;
-    return n;
-  }
 
   HRESULT STDMETHODCALLTYPE VCAVPropsGet(K_AV_PROPS* _pProps, LONG* _plAudioSamples) override {
     if (FAILED(m_hrPropsGet)) return m_hrPropsGet;
@@ -115,11 +100,9 @@ class CTestFrame final : public vctest::CFrameDouble {
     return S_OK;
   }
 
-
  private:
   CTestFrame() = default;
   ~CTestFrame() = default;
-  std::atomic<ULONG> m_nRef{1};
 };
 
 // A fresh buffer per test, with verbs in the caller's sample type.

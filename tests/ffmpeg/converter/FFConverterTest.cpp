@@ -166,31 +166,15 @@ TEST(FFConverterTest, Audio_ATinyFrameIsAbsorbed_ChannelsAreIndependent) {
 }
 
 // A picture of another implementation, as if from another process.
-class CForeignPicture final : public vctest::CFrameDouble {
+class CForeignPicture final : public vctest::CCountedFrameDouble {
  public:
   explicit CForeignPicture(ComPtr<IVCFrame> cpInner) : m_cpInner(std::move(cpInner)) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, vc::IidOf<IVCFrame>())) {
-      *ppv = static_cast<IVCFrame*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG n = --m_nRef;
-    if (n == 0) delete this;
-    return n;
-  }
   HRESULT STDMETHODCALLTYPE VCAVPropsGet(K_AV_PROPS* p, LONG* pl) override { return m_cpInner->VCAVPropsGet(p, pl); }
   HRESULT STDMETHODCALLTYPE VCTimeGet(K_TIME* p) override { return m_cpInner->VCTimeGet(p); }
   HRESULT STDMETHODCALLTYPE VCVideoGetBytesEx(VC_VID_PTR* p) override { return m_cpInner->VCVideoGetBytesEx(p); }
 
  private:
   ComPtr<IVCFrame> m_cpInner;
-  std::atomic<ULONG> m_nRef{1};
 };
 
 TEST(FFConverterTest, ForeignFrame_IsCopiedIntoALocalFrameBeforeConverting) {

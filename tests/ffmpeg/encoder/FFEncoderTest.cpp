@@ -23,6 +23,7 @@ extern "C" {
 #include "FFFrameScale.h"
 #include "FFHwDecoder.h"
 #include "FFPointers.h"
+#include "FFTestFrames.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCLog.h"
@@ -39,53 +40,11 @@ constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 constexpr LONGLONG kFrame = VC_TIME_SECOND / 25;
 
-// A moving gradient: every frame differs, and lossy codecs have detail to lose.
-AvFramePtr MakePicture(int n) {
-  AvFramePtr sp(av_frame_alloc());
-  sp->format = AV_PIX_FMT_YUV420P;
-  sp->width = kWidth;
-  sp->height = kHeight;
-  av_frame_get_buffer(sp.get(), 0);
-  for (int y = 0; y < kHeight; ++y)
-    for (int x = 0; x < kWidth; ++x) sp->data[0][y * sp->linesize[0] + x] = static_cast<uint8_t>(16 + ((x + y + 3 * n) % 200));
-  for (int p = 1; p < 3; ++p)
-    for (int y = 0; y < kHeight / 2; ++y)
-      for (int x = 0; x < kWidth / 2; ++x) sp->data[p][y * sp->linesize[p] + x] = static_cast<uint8_t>(128 + ((x + n) % 32) * (p == 1 ? 1 : -1));
-  return sp;
-}
+using vc::fftest::MovingGradient;
+using vc::fftest::PsnrY;
+using vc::fftest::ToneFrame;
 
-ComPtr<IVCFrame> VideoFrame(int n) {
-  AvFramePtr sp = MakePicture(n);
-  K_TIME time{n * kFrame, (n + 1) * kFrame, {}, eKFF_None};
-  ComPtr<IVCFrame> cp;
-  EXPECT_EQ(vc::ff::FrameFromAVFrame(sp.get(), time, 25.0, cp.AddressOf()), S_OK);
-  return cp;
-}
-
-// nSamples of a 440 Hz stereo tone, 16-bit at 48 kHz, starting at sample nFirst.
-ComPtr<IVCFrame> AudioFrame(int64_t nFirst, int nSamples) {
-  AvFramePtr sp;
-  EXPECT_EQ(vc::ff::AllocAudio(AV_SAMPLE_FMT_S16, 2, 48000, nSamples, &sp), S_OK);
-  auto* p = reinterpret_cast<int16_t*>(sp->data[0]);
-  for (int i = 0; i < nSamples; ++i)
-    p[2 * i] = p[2 * i + 1] = static_cast<int16_t>(8000 * std::sin(2 * M_PI * 440 * double(nFirst + i) / 48000));
-  const LONGLONG rtStart = nFirst * VC_TIME_SECOND / 48000;
-  K_TIME time{rtStart, rtStart + int64_t(nSamples) * VC_TIME_SECOND / 48000, {}, eKFF_None};
-  ComPtr<IVCFrame> cp;
-  EXPECT_EQ(vc::ff::FrameFromAVFrame(sp.get(), time, 0, cp.AddressOf()), S_OK);
-  return cp;
-}
-
-double PsnrY(const AVFrame& a, const AVFrame& b) {
-  double dblSum = 0;
-  for (int y = 0; y < kHeight; ++y)
-    for (int x = 0; x < kWidth; ++x) {
-      const double d = double(a.data[0][y * a.linesize[0] + x]) - double(b.data[0][y * b.linesize[0] + x]);
-      dblSum += d * d;
-    }
-  const double dblMse = dblSum / (kWidth * kHeight);
-  return dblMse == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / dblMse);
-}
+ComPtr<IVCFrame> VideoFrame(int n) { return vc::fftest::PictureFrame(*MovingGradient(n), n); }
 
 class FFEncoderTest : public ::testing::Test {
  protected:
@@ -140,7 +99,7 @@ TEST_P(FFEncoderVideoTest, RoundTrip_KeepsFramesTimesAndQuality) {
   constexpr int kFrames = 30;
   std::vector<AvFramePtr> vecSources;
   for (int n = 0; n < kFrames; ++n) {
-    vecSources.push_back(MakePicture(n));
+    vecSources.push_back(MovingGradient(n));
     Put(VideoFrame(n).Get());
   }
   const size_t nBeforeClose = m_vecPackets.size();
@@ -195,7 +154,7 @@ TEST_P(FFEncoderAudioTest, RoundTrip_KeepsDurationWithinOneCodecFrame) {
   // Blocks that are not the codec's frame size: the encoder regroups them.
   int64_t llTotal = 0;
   for (int i = 0; i < 20; ++i) {
-    Put(AudioFrame(llTotal, 700).Get());
+    Put(ToneFrame(llTotal, 700).Get());
     llTotal += 700;
   }
   Close();
@@ -255,7 +214,7 @@ TEST_F(FFEncoderTest, Refusals_GiveCodesAndLogLines) {
 TEST_F(FFEncoderTest, AudioFrameToVideoEncoder_IsRefused) {
   ASSERT_EQ(Set(eVCMT_Video, u"codec=libx264"), S_OK);
   vc::CLogCapture log(vc::eVCLL_Progress);
-  EXPECT_EQ(m_cpEncoder->EncodeFramePut(AudioFrame(0, 1024).Get(), nullptr, nullptr, nullptr), E_INVALIDARG);
+  EXPECT_EQ(m_cpEncoder->EncodeFramePut(ToneFrame(0, 1024).Get(), nullptr, nullptr, nullptr), E_INVALIDARG);
   EXPECT_TRUE(log.Contains("has no picture"));
 }
 
@@ -266,8 +225,8 @@ TEST_F(FFEncoderTest, PacketsGet_WaitsThenTimesOut) {
   EXPECT_EQ(m_cpEncoder->EncodePacketsGet(cp.AddressOf(), nullptr, 200000, nullptr), kTimeout);  // 20 ms
   EXPECT_GE(std::chrono::steady_clock::now() - tStart, std::chrono::milliseconds(19));
   // Two frames in, then one taken: the ready count says one more waits.
-  ASSERT_EQ(m_cpEncoder->EncodeFramePut(AudioFrame(0, 480).Get(), nullptr, nullptr, nullptr), S_OK);
-  ASSERT_EQ(m_cpEncoder->EncodeFramePut(AudioFrame(480, 480).Get(), nullptr, nullptr, nullptr), S_OK);
+  ASSERT_EQ(m_cpEncoder->EncodeFramePut(ToneFrame(0, 480).Get(), nullptr, nullptr, nullptr), S_OK);
+  ASSERT_EQ(m_cpEncoder->EncodeFramePut(ToneFrame(480, 480).Get(), nullptr, nullptr, nullptr), S_OK);
   LONG nReady = -1;
   EXPECT_EQ(m_cpEncoder->EncodePacketsGet(cp.AddressOf(), &nReady, 0, nullptr), S_OK);
   EXPECT_EQ(nReady, 1);

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FFClasses.h"
 #include "FFMemoryStream.h"
 #include "VCCodecsCore.h"
@@ -19,11 +20,7 @@ using namespace vc::ff;
 
 const HRESULT kHrEmpty = HRESULT_FROM_WIN32(ERROR_EMPTY);
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 HRESULT SetData(IVCFrame* pFrame, const char16_t* pszName, const std::vector<uint8_t>& vec) {
   CBstr bsName(pszName);

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FFClasses.h"
 #include "FFFrameChannels.h"
 #include "VCCodecsCore.h"
@@ -24,11 +25,7 @@ using vc::CBstr;
 using vc::ComPtr;
 using namespace vc::ff;
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 K_AUD_PROPS Aud(int nChannels, int nBits, int nRate = 48000) {
   K_AUD_PROPS aud{};

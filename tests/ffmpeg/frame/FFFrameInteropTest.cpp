@@ -7,6 +7,7 @@
 #include <atomic>
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FrameDouble.h"
 #include "FFClasses.h"
 #include "FFFrame.h"
@@ -21,35 +22,15 @@ using vc::CBstr;
 using vc::ComPtr;
 using namespace vc::ff;
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 // A frame of another implementation, as if living in another process: it
 // answers the calls the frame object may make on a stranger (properties,
 // bytes, audio set, save) from an inner frame, and nothing else.
-class CForeignFrame final : public vctest::CFrameDouble {
+class CForeignFrame final : public vctest::CCountedFrameDouble {
  public:
   explicit CForeignFrame(ComPtr<IVCFrame> cpInner) : m_cpInner(std::move(cpInner)) {}
   std::atomic<int> m_nAudioSets{0};
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, vc::IidOf<IVCFrame>())) {
-      *ppv = static_cast<IVCFrame*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG n = --m_nRef;
-    if (n == 0) delete this;
-    return n;
-  }
 
   HRESULT STDMETHODCALLTYPE VCGetProcessID(DWORD* p) override {
     *p = GetCurrentProcessId() + 1;
@@ -69,7 +50,6 @@ class CForeignFrame final : public vctest::CFrameDouble {
 
  private:
   ~CForeignFrame() = default;
-  std::atomic<ULONG> m_nRef{1};
   ComPtr<IVCFrame> m_cpInner;
 };
 

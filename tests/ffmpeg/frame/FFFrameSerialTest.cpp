@@ -10,6 +10,7 @@ extern "C" {
 #include <cstring>
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FFClasses.h"
 #include "FFMemoryStream.h"
 #include "VCCodecsCore.h"
@@ -24,11 +25,7 @@ using namespace vc::ff;
 
 const HRESULT kHrInvalidData = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 ComPtr<IVCFrame> FullFrame(eVCCC fcc = eVCCC_YV12, LONGLONG rtStart = 1234) {
   ComPtr<IVCFrame> cpFrame = NewFrame();

@@ -13,6 +13,7 @@ extern "C" {
 #include <memory>
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FFClasses.h"
 #include "FFFormats.h"
 #include "FFFrame.h"
@@ -71,11 +72,7 @@ ComPtr<IVCFrame> Wrap(AVFrame* pAvFrame, double dblRate = 25.0, int nBits = 0) {
   return cpFrame;
 }
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 K_AV_PROPS VideoProps(eVCCC fcc, int nWidth, int nHeight, int nRowBytes = 0) {
   K_AV_PROPS props{};

@@ -18,6 +18,7 @@ extern "C" {
 #include <thread>
 #include <vector>
 
+#include "FFTestFrames.h"
 #include "FFClasses.h"
 #include "FFFrame.h"
 #include "VCCodecsCore.h"
@@ -30,11 +31,7 @@ using vc::CBstr;
 using vc::ComPtr;
 using namespace vc::ff;
 
-ComPtr<IVCFrame> NewFrame() {
-  ComPtr<IVCFrame> cpFrame;
-  EXPECT_EQ(CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())), S_OK);
-  return cpFrame;
-}
+using vc::fftest::NewFrame;
 
 K_AV_PROPS VideoProps(eVCCC fcc, int nWidth, int nHeight) {
   K_AV_PROPS props{};

@@ -38,6 +38,7 @@ struct CStreamSummary {
   eVCMediaType eType = eVCMT_Empty;
   std::string strCodec;
   LONG nWidth = 0, nHeight = 0, nSampleRate = 0, nChannels = 0;
+  bool operator==(const CStreamSummary&) const = default;
 };
 
 struct CPacketSummary {
@@ -79,6 +80,11 @@ struct CSource {
   }
 };
 
+inline CStreamSummary SummariseStream(const K_STREAM_INFO& info) {
+  return {info.eMediaType, ToUtf8(InString(info.bsCodecNameOrTag)), info.nWidth, info.nHeight, info.nSampleRate,
+          info.nChannels};
+}
+
 inline CPacketSummary Summarise(IVCPacket* pPacket) {
   K_PACKET_INFO info{};
   K_TIME time{};
@@ -99,8 +105,7 @@ inline void ReadSource(const std::string& strPath, CSource* pSource) {
     CBstr bsXml;
     ASSERT_EQ(pSource->cpSplitter->SplitterStreamInfoGet(n, &info, &bsXml), S_OK);
     pSource->infos.push_back(info);
-    pSource->streams.push_back({info.eMediaType, ToUtf8(InString(info.bsCodecNameOrTag)), info.nWidth, info.nHeight,
-                                info.nSampleRate, info.nChannels});
+    pSource->streams.push_back(SummariseStream(info));
   }
   for (;;) {
     ComPtr<IVCPacket> cpPacket;

@@ -20,6 +20,7 @@
 #include "FFFrame.h"
 #include "FFFrameScale.h"
 #include "FFPointers.h"
+#include "FFTestFrames.h"
 #include "VCCodecs/VCPacket.h"
 #include "VCCodecsCore.h"
 #include "VCComPtr.h"
@@ -64,41 +65,6 @@ AvFramePtr MakePicture(int n) {
       sp->data[2][y * sp->linesize[2] + x] = static_cast<uint8_t>(160 - (y + n) % 64);
     }
   return sp;
-}
-
-ComPtr<IVCFrame> VideoFrame(const AVFrame& picture, int n) {
-  AvFramePtr sp(av_frame_clone(&picture));
-  K_TIME time{n * kFrame, (n + 1) * kFrame, {}, eKFF_None};
-  ComPtr<IVCFrame> cp;
-  EXPECT_EQ(vc::ff::FrameFromAVFrame(sp.get(), time, 25.0, cp.AddressOf()), S_OK);
-  return cp;
-}
-
-// A 440 Hz stereo tone, 16-bit, block nBlock of kBlock samples.
-ComPtr<IVCFrame> AudioFrame(int nBlock) {
-  AvFramePtr sp;
-  EXPECT_EQ(vc::ff::AllocAudio(AV_SAMPLE_FMT_S16, 2, kRate, kBlock, &sp), S_OK);
-  auto* p = reinterpret_cast<int16_t*>(sp->data[0]);
-  const int64_t llFirst = int64_t(nBlock) * kBlock;
-  for (int i = 0; i < kBlock; ++i)
-    p[2 * i] = p[2 * i + 1] = static_cast<int16_t>(8000 * std::sin(2 * M_PI * 440 * double(llFirst + i) / kRate));
-  const LONGLONG rtStart = llFirst * VC_TIME_SECOND / kRate;
-  K_TIME time{rtStart, rtStart + LONGLONG(kBlock) * VC_TIME_SECOND / kRate, {}, eKFF_None};
-  ComPtr<IVCFrame> cp;
-  EXPECT_EQ(vc::ff::FrameFromAVFrame(sp.get(), time, 0, cp.AddressOf()), S_OK);
-  return cp;
-}
-
-// Luma PSNR of a decoded picture against its source (both 8-bit planar).
-double PsnrY(const AVFrame& a, const AVFrame& b) {
-  double dblSum = 0;
-  for (int y = 0; y < kHeight; ++y)
-    for (int x = 0; x < kWidth; ++x) {
-      const double d = double(a.data[0][y * a.linesize[0] + x]) - double(b.data[0][y * b.linesize[0] + x]);
-      dblSum += d * d;
-    }
-  const double dblMse = dblSum / (kWidth * kHeight);
-  return dblMse == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / dblMse);
 }
 
 template <class I>
@@ -154,9 +120,9 @@ class FFRoundTripTest : public ::testing::TestWithParam<CPair> {
       ComPtr<IVCFrame> cpFrame;
       if (pair.eType == eVCMT_Video) {
         m_vecPictures.push_back(MakePicture(n));
-        cpFrame = VideoFrame(*m_vecPictures.back(), n);
+        cpFrame = vc::fftest::PictureFrame(*m_vecPictures.back(), n);
       } else {
-        cpFrame = AudioFrame(n);
+        cpFrame = vc::fftest::ToneFrame(int64_t(n) * kBlock, kBlock, kRate);
       }
       ASSERT_EQ(cpEncoder->EncodeFramePut(cpFrame.Get(), nullptr, nullptr, nullptr), S_OK) << "frame " << n;
       TakePackets(cpEncoder.Get());
@@ -230,7 +196,7 @@ TEST_P(FFRoundTripTest, EncodeWriteReadDecode_KeepsStreamFramesAndQuality) {
       ASSERT_NE(pDecoded, nullptr);
       AvFramePtr sp8(av_frame_alloc());
       ASSERT_EQ(converter.Convert(*pDecoded, vc::ff::CVideoTarget{AV_PIX_FMT_YUV420P, kWidth, kHeight}, sp8.get()), 0);
-      EXPECT_GT(PsnrY(*m_vecPictures[n], *sp8), 35.0) << "frame " << n;
+      EXPECT_GT(vc::fftest::PsnrY(*m_vecPictures[n], *sp8), 35.0) << "frame " << n;
     }
     return;
   }
