@@ -12,6 +12,9 @@ CHECK is one of:
   split    --split 5 of the 20 s file: four files, each opening on a key
            frame, together holding every source frame once; the --report
            page written beside them
+  rate     --rate 50 and --rate 15 of the 2 s file at 25 fps: 100 and 30
+           frames (within one), ffprobe's r_frame_rate as asked, the video
+           still 2 s long, the audio as with no --rate
   failures an unknown codec, a missing input and an unwritable output fail
            with a message and leave no output file behind
 Exits non-zero with the failed expectations listed.
@@ -180,6 +183,41 @@ def check_split(vccodecs, media, work):
                f"split: the parts hold {totals[n]} frames of stream {n}, the source {w['frames']}")
 
 
+def frame_rate(path):
+    out = run(["ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries", "stream=r_frame_rate",
+               "-of", "default=nw=1:nk=1", path])
+    return out.stdout.strip() if out.returncode == 0 else None
+
+
+def check_rate(vccodecs, media, work):
+    src = os.path.join(media, "h264_aac.mp4")
+    want = streams_read_back(src)
+    video_s = want[0]["frames"] / 25.0
+    for rate, text in ((50, "50/1"), (15, "15/1")):
+        label = f"--rate {rate}"
+        out = os.path.join(work, f"rate{rate}.mp4")
+        res = transcode(vccodecs, [src, out, "--rate", str(rate)])
+        if not expect(res.returncode == 0, f"{label}: exit {res.returncode}: {res.stderr.strip()[-300:]}"):
+            continue
+        expect("rate" not in res.stderr, f"{label}: stderr speaks of the rate: {res.stderr.strip()[-300:]}")
+        ok, err = decodes_cleanly(out)
+        expect(ok, f"{label}: FFmpeg does not decode the output cleanly: {err}")
+        expect(frame_rate(out) == text, f"{label}: r_frame_rate {frame_rate(out)}, asked {text}")
+        got = streams_read_back(out) or []
+        if not expect(len(got) == len(want), f"{label}: {len(got)} streams read back, the source has {len(want)}"):
+            continue
+        frames = round(video_s * rate)
+        expect(abs(got[0]["frames"] - frames) <= 1, f"{label}: {got[0]['frames']} video frames, want {frames}")
+        for n, (w, g) in enumerate(zip(want[1:], got[1:]), 1):
+            expect(abs(w["frames"] - g["frames"]) <= FRAME_SLACK and abs(w["samples_s"] - g["samples_s"]) <= AUDIO_SLACK,
+                   f"{label}: stream {n}: {g['frames']} frames, {g['samples_s']:.3f} s of audio; the source "
+                   f"{w['frames']}, {w['samples_s']:.3f} s")
+        w_off, g_off = av_offset(want), av_offset(got)
+        if w_off is not None:
+            expect(g_off is not None and abs(w_off - g_off) <= OFFSET_SLACK,
+                   f"{label}: audio starts {g_off} s after video, in the source {w_off:.3f} s")
+
+
 def check_failures(vccodecs, media, work):
     src = os.path.join(media, "h264_aac.mp4")
     cases = [
@@ -207,7 +245,7 @@ def main():
     work = os.path.join(work, check)
     shutil.rmtree(work, ignore_errors=True)
     os.makedirs(work)
-    checks = {"formats": [check_formats, check_copy], "split": [check_split], "failures": [check_failures]}
+    checks = {"formats": [check_formats, check_copy], "split": [check_split], "rate": [check_rate], "failures": [check_failures]}
     for fn in checks[check]:
         fn(vccodecs, media, work)
     for text in failures:

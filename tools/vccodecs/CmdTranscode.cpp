@@ -262,16 +262,6 @@ int CmdTranscode(const std::vector<std::string>& args) {
   } else {
     PrintTable(opts, pipeline, dblSeconds);
   }
-  // The encoder facade keeps the source's frame rate; say so rather than let
-  // --rate look obeyed.
-  for (const auto& spStream : pipeline.Streams()) {
-    if (opts.dblRate > 0 && spStream->eType == eVCMT_Video && !spStream->bCopy &&
-        std::fabs(spStream->dblSourceRate - opts.dblRate) > 0.01 &&
-        spStream->llPacketsOut.load() == spStream->llFramesDecoded.load()) {
-      std::fprintf(stderr, "%s: note: stream %d kept the source's %.3f frames per second; --rate %.3f was not applied\n",
-                   kCmd, I(spStream->nSourceIndex), spStream->dblSourceRate, opts.dblRate);
-    }
-  }
   bool bReportOk = true;
   if (!opts.strReport.empty()) {
     FillReport(opts, pipeline, dblSeconds, bOk, &report);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "ToolModule.h"
+#include "TranscodeRate.h"
 #include "VCCodecs/VCCodecsBase.h"
 #include "VCStrings.h"
 
@@ -297,35 +298,61 @@ bool CTranscodePipeline::_CollectPackets(TranscodeStream* pStream) {
   }
 }
 
+bool CTranscodePipeline::_EncodeFrame(TranscodeStream* pStream, vc::ComPtr<IVCFrame> cpFrame) {
+  // A new size is the encoder's to make (its converter), asked for with the
+  // output properties: the frame's own, changed where asked. Their rate is
+  // the frame's, which the rate changer has already set: the encoder facade
+  // never changes rates.
+  const bool bResize = pStream->eType == eVCMT_Video && m_opts.nWidth > 0;
+  K_AV_PROPS propsOut{};
+  if (bResize) {
+    LONG lSamples = 0;
+    cpFrame->VCAVPropsGet(&propsOut, &lSamples);
+    propsOut.vidProps.nWidth = m_opts.nWidth;
+    propsOut.vidProps.nHeight = m_opts.nHeight;
+    propsOut.vidProps.nRowBytes = 0;
+  }
+  const Clock::time_point t = Clock::now();
+  const HRESULT hr = pStream->cpEncoder->EncodeFramePut(cpFrame.Get(), bResize ? &propsOut : nullptr, nullptr, nullptr);
+  cpFrame = nullptr;
+  if (FAILED(hr)) {
+    _Fail(hr, "stream " + std::to_string(pStream->nSourceIndex) + ": the encoder refuses a frame");
+    return false;
+  }
+  ++pStream->llFramesEncoded;
+  const bool bOk = _CollectPackets(pStream);
+  AddSeconds(&pStream->dblEncodeSeconds, t);
+  return bOk;
+}
+
 void CTranscodePipeline::_EncodeLoop(TranscodeStream* pStream) {
-  const bool bResize = pStream->eType == eVCMT_Video && (m_opts.nWidth > 0 || m_opts.dblRate > 0);
+  std::unique_ptr<CRateChanger> spRate;
+  if (pStream->eType == eVCMT_Video && m_opts.dblRate > 0) spRate = std::make_unique<CRateChanger>(m_opts.dblRate);
+  const CRateChanger::Sink encode = [this, pStream](vc::ComPtr<IVCFrame> cpFrame) {
+    return _EncodeFrame(pStream, std::move(cpFrame));
+  };
+  auto rateFailed = [this, pStream](HRESULT hr) {
+    if (SUCCEEDED(hr)) return false;
+    _Fail(hr, "stream " + std::to_string(pStream->nSourceIndex) + ": the frame rate cannot be changed");
+    return true;
+  };
   vc::ComPtr<IVCFrame> cpFrame;
   bool bOk = true;
   while (bOk && pStream->spFrames->Pop(&cpFrame)) {
-    // A new size or rate is the encoder's to make (its converter), asked
-    // for with the output properties: the frame's own, changed where asked.
-    K_AV_PROPS propsOut{};
-    if (bResize) {
-      LONG lSamples = 0;
-      cpFrame->VCAVPropsGet(&propsOut, &lSamples);
-      if (m_opts.nWidth > 0) {
-        propsOut.vidProps.nWidth = m_opts.nWidth;
-        propsOut.vidProps.nHeight = m_opts.nHeight;
-        propsOut.vidProps.nRowBytes = 0;
-      }
-      if (m_opts.dblRate > 0) propsOut.vidProps.dblRate = m_opts.dblRate;
+    if (!spRate) {
+      bOk = _EncodeFrame(pStream, std::move(cpFrame));
+      continue;
     }
-    const Clock::time_point t = Clock::now();
-    const HRESULT hr = pStream->cpEncoder->EncodeFramePut(cpFrame.Get(), bResize ? &propsOut : nullptr, nullptr, nullptr);
+    const HRESULT hr = spRate->Put(cpFrame.Get(), encode);
     cpFrame = nullptr;
-    if (FAILED(hr)) {
-      _Fail(hr, "stream " + std::to_string(pStream->nSourceIndex) + ": the encoder refuses a frame");
-      bOk = false;
-      break;
-    }
-    ++pStream->llFramesEncoded;
-    bOk = _CollectPackets(pStream);
-    AddSeconds(&pStream->dblEncodeSeconds, t);
+    bOk = hr == S_OK && !_Failed();
+    if (rateFailed(hr)) break;
+  }
+  // The last picture is held until its end is known: the end of the stream.
+  if (spRate && bOk && !_Failed()) {
+    const HRESULT hr = spRate->Flush(encode);
+    bOk = hr == S_OK && !_Failed();
+    rateFailed(hr);
   }
   if (bOk && !_Failed()) {
     // The close drains the encoder (its delayed packets are then readable)

@@ -5,7 +5,9 @@
 // Each stage runs on its own thread, with bounded queues between them:
 //   reader (splitter) -> per stream: decoder -> encoder -> writer (muxer)
 // so that decoding one stream, encoding it and encoding another overlap on a
-// machine with few cores, while the queues keep memory bounded. Frames and
+// machine with few cores, while the queues keep memory bounded. A new video
+// frame rate is made on the encoding thread, before the encoder
+// (TranscodeRate.h). Frames and
 // packets move between stages by reference (ComPtr), never copied.
 //
 // The main thread calls Prepare, Start, then polls Sample and Running for the
@@ -116,6 +118,9 @@ class CTranscodePipeline {
   void _ReadLoop();
   void _DecodeLoop(TranscodeStream* pStream);
   void _EncodeLoop(TranscodeStream* pStream);
+  // One frame into the stream's encoder, then its packets to the writer;
+  // false once the run has failed.
+  bool _EncodeFrame(TranscodeStream* pStream, vc::ComPtr<IVCFrame> cpFrame);
   void _WriteLoop();
   // Decoded frames of one stream to its encoder; false when the run is over.
   bool _DeliverFrame(TranscodeStream* pStream, vc::ComPtr<IVCFrame> cpFrame);
