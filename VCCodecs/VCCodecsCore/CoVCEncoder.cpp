@@ -526,11 +526,21 @@ HRESULT CCoVCEncoder::EncodeFramePut(IVCFrame* _pFrame, K_AV_PROPS* _pAVPropsOut
     VC_LOG(eVCLL_Error, "cpVCEncoder->EncodeFramePut(%ws) FAILED hr=%08X", VCFrameText(cpFrame.Get()).c_str(), hr);
     return hr;
   }
+  // The queue keeps what pairing needs (times and attachments), not the
+  // picture: a clone without it, so that up to 32 pictures do not stay
+  // alive for the encoder's whole delay. A frame that cannot clone itself
+  // is kept whole.
+  ComPtr<IVCFrame> cpPairing;
+  if (eType == eVCMT_Video && cpFrame) {
+    const HRESULT hrClone = cpFrame->VCClone(cpPairing.AddressOf(),
+                                             static_cast<eKFrameClone>(eKFC_Data | eKFC_Obj), eVCCC_Default);
+    if (FAILED(hrClone) || !cpPairing) cpPairing = cpFrame;
+  }
   size_t nQueued = 0;
   {
     CKAutoLock lock(m_csFrames);
-    if (eType == eVCMT_Video && cpFrame) {
-      m_deqFrames.push_back(cpFrame);
+    if (cpPairing) {
+      m_deqFrames.push_back(std::move(cpPairing));
       if (m_deqFrames.size() > kFrameQueueMax) m_deqFrames.pop_front();
     }
     nQueued = m_deqFrames.size();
