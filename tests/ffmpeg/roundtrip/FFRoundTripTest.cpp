@@ -36,7 +36,6 @@ using vc::ff::AvFramePtr;
 constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 constexpr int kFrames = 25;
-constexpr LONGLONG kFrame = VC_TIME_SECOND / 25;
 constexpr int kRate = 48000;
 constexpr int kBlock = 1000;   // samples per input frame: no codec's frame size
 constexpr int kBlocks = 24;    // half a second
