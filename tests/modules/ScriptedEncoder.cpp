@@ -23,7 +23,7 @@ namespace vctest {
 
 namespace {
 
-constexpr char16_t kTagProperty[] = u"{17F17C04-5856-4537-8621-D3A3A8CDB017}";
+constexpr OLECHAR kTagProperty[] = W("{17F17C04-5856-4537-8621-D3A3A8CDB017}");
 
 const char* EncoderKind(eClass objClass) {
   switch (objClass) {
