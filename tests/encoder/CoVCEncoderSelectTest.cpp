@@ -223,10 +223,10 @@ TEST(EncoderCodecTable, HoldsTheRowsInWalkOrder) {
 }
 
 TEST(EncoderPropsText, ReadsBackToTheSameTree) {
-  XMLParse::XMLNodePtr spNode = XMLParse::CoXMLNode::Create(u"codec_props");
-  ASSERT_EQ(spNode->Parse(u"codec=libx264 title='two words' x264::opts=\"a&amp;b\""), S_OK);
+  XMLParse::XMLNodePtr spNode = XMLParse::CoXMLNode::Create(W("codec_props"));
+  ASSERT_EQ(spNode->Parse(W("codec=libx264 title='two words' x264::opts=\"a&amp;b\"")), S_OK);
   const vc::String strText = vc::CCoVCEncoder::_PropsText(*spNode);
-  XMLParse::XMLNodePtr spBack = XMLParse::CoXMLNode::Create(u"codec_props");
+  XMLParse::XMLNodePtr spBack = XMLParse::CoXMLNode::Create(W("codec_props"));
   ASSERT_EQ(spBack->Parse(strText), S_OK) << vc::ToUtf8(strText);
   EXPECT_TRUE(spBack->SameTree(*spNode)) << vc::ToUtf8(strText);
 }

@@ -253,7 +253,7 @@ TEST_F(MuxerPassThroughTest, Calls_ReachTheInnerMuxerUnchangedWithTheirLogLines)
 
   m_pScript->Allow(eCall::MuxerStreamAdd, S_OK);
   LONG nIdx = -1;
-  ASSERT_EQ(m_cpMuxer->MuxerStreamAdd(const_cast<K_STREAM_INFO*>(&stream.Get()), vc::CBstr(u"stream_idx=0"), &nIdx),
+  ASSERT_EQ(m_cpMuxer->MuxerStreamAdd(const_cast<K_STREAM_INFO*>(&stream.Get()), vc::CBstr(W("stream_idx=0")), &nIdx),
             S_OK);
   EXPECT_EQ(nIdx, 0);
   ASSERT_EQ(Calls(eCall::MuxerStreamAdd).size(), 1u);
@@ -263,8 +263,8 @@ TEST_F(MuxerPassThroughTest, Calls_ReachTheInnerMuxerUnchangedWithTheirLogLines)
 
   m_pScript->Expect(Step::Answer(eCall::MuxerPacketPut, S_OK));
   m_pScript->Expect(Step::Answer(eCall::MuxerPacketPut, E_ACCESSDENIED));
-  EXPECT_EQ(m_cpMuxer->MuxerPacketPut(-1, Packet(0, 0, 400000).Get(), vc::CBstr(u"hint=a")), S_OK);
-  EXPECT_EQ(m_cpMuxer->MuxerPacketPut(3, Packet(3, 400000, 800000).Get(), vc::CBstr(u"hint=b")), E_ACCESSDENIED);
+  EXPECT_EQ(m_cpMuxer->MuxerPacketPut(-1, Packet(0, 0, 400000).Get(), vc::CBstr(W("hint=a"))), S_OK);
+  EXPECT_EQ(m_cpMuxer->MuxerPacketPut(3, Packet(3, 400000, 800000).Get(), vc::CBstr(W("hint=b"))), E_ACCESSDENIED);
   const std::vector<CallRecord> vecPut = Calls(eCall::MuxerPacketPut);
   ASSERT_EQ(vecPut.size(), 2u);
   EXPECT_EQ(vecPut[0].llValue, -1);
