@@ -236,8 +236,12 @@ TEST_F(ReportTest, Write_ReplacesTheTargetWithTheWholePage) {
   AddSample(1.0, {{"bitrate:0", 900}});
   std::string strError = "untouched";
   ASSERT_TRUE(WriteReport(target.string(), m_report, &strError));
-  std::ifstream file(target, std::ios::binary);
-  const std::string strRead((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  std::string strRead;
+  {
+    // Closed before the folder goes: Windows keeps an open file.
+    std::ifstream file(target, std::ios::binary);
+    strRead.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
   EXPECT_EQ(strRead, ReportHtml(m_report));
   // Nothing else left beside it.
   EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);
