@@ -38,13 +38,9 @@ constexpr LONGLONG kMillisecond = VC_TIME_MILLISECOND;
 constexpr size_t kReplayMax = 1024;
 constexpr auto kPublishEvery = std::chrono::milliseconds(100);
 
-struct PropDefault {
-  const OLECHAR* szName;
-  const OLECHAR* szValue;
-};
 // Registered at construction so that hosts see the options; every one also
 // reaches the candidates with the property copy.
-constexpr PropDefault kDefaults[] = {
+constexpr VCPropDefault kDefaults[] = {
     {W("decoder.nvidia"), W("true")},
     {W("decoder.quicksync"), W("false")},
     {W("decode.correct_times"), W("true")},
@@ -162,11 +158,7 @@ HRESULT CCoVCDecoder::FinalConstruct() {
   CKAutoLock lock(m_csLock);
   XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
   if (!spRoot) return E_OUTOFMEMORY;
-  for (const PropDefault& def : kDefaults) {
-    const HRESULT hr = spRoot->SetAttributePath(def.szName, def.szValue, false);
-    if (FAILED(hr)) return hr;
-  }
-  return S_OK;
+  return VCPropsSetDefaults(*spRoot, kDefaults);
 }
 
 std::vector<VCCandidate> CCoVCDecoder::_BuildCandidates(bool bNVidia, bool bQuickSync) {

@@ -30,13 +30,9 @@ constexpr DWORD kFirstSegmentWait = 100;
 constexpr DWORD kFirstSegmentWaitMissing = 3000;  // the property is missing
 constexpr DWORD kSecondSegmentWait = 1000000;
 
-struct PropDefault {
-  const OLECHAR* szName;
-  const OLECHAR* szValue;
-};
 // Registered at construction; all of them reach the inner splitter by the
 // property copy at open.
-constexpr PropDefault kDefaults[] = {
+constexpr VCPropDefault kDefaults[] = {
     {W("audio_track"), W("0")},
     {W("video_track"), W("0")},
     {W("subtitle_track"), W("-1")},
@@ -109,11 +105,7 @@ HRESULT CCoVCSplitter::FinalConstruct() {
   CKAutoLock lock(m_csLock);
   XMLParse::XMLNodePtr spRoot = _PropsRootLocked();
   if (!spRoot) return E_OUTOFMEMORY;
-  for (const PropDefault& def : kDefaults) {
-    const HRESULT hr = spRoot->SetAttributePath(def.szName, def.szValue, false);
-    if (FAILED(hr)) return hr;
-  }
-  return S_OK;
+  return VCPropsSetDefaults(*spRoot, kDefaults);
 }
 
 void CCoVCSplitter::FinalRelease() { SplitterClose(); }
