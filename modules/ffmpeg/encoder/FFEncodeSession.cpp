@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include <algorithm>
 #include <cstring>
 
 #include "FFCommon.h"
@@ -332,21 +333,18 @@ int CFFEncodeSession::_SendPending(std::vector<ComPtr<IVCPacket>>* pOut) {
   return _Encode(spFrame.get(), pOut);
 }
 
-int CFFEncodeSession::_ConvertInto(const AVFrame& src, int nFirst, int nSamples,
-                                   std::vector<ComPtr<IVCPacket>>* pOut) {
+int CFFEncodeSession::_Fill(int nSamples, const std::function<int(int nFirst, int nChunk)>& put,
+                            std::vector<ComPtr<IVCPacket>>* pOut) {
   // Codecs that take any frame size get the block as it came.
   const int nFrameSize = m_spContext->frame_size > 0 ? m_spContext->frame_size : nSamples;
-  uint8_t* arrIn[AV_NUM_DATA_POINTERS] = {};
-  uint8_t* arrOut[AV_NUM_DATA_POINTERS] = {};
+  int nFirst = 0;
   while (nSamples > 0) {
     if (!m_spPending) {
       const int nErr = _NewPending(nFrameSize);
       if (nErr < 0) return nErr;
     }
     const int nChunk = std::min(nSamples, m_spPending->nb_samples - m_nPendingFill);
-    SamplePlanes(src, nFirst, arrIn);
-    SamplePlanes(*m_spPending, m_nPendingFill, arrOut);
-    const int nGot = m_audioConverter.ConvertRaw(arrIn, nChunk, arrOut, nChunk);
+    const int nGot = put(nFirst, nChunk);
     if (nGot < 0) return nGot;
     m_nPendingFill += nGot;
     m_llNextSample += nGot;
@@ -360,28 +358,30 @@ int CFFEncodeSession::_ConvertInto(const AVFrame& src, int nFirst, int nSamples,
   return 0;
 }
 
+int CFFEncodeSession::_ConvertInto(const AVFrame& src, int nFirst, int nSamples,
+                                   std::vector<ComPtr<IVCPacket>>* pOut) {
+  return _Fill(
+      nSamples,
+      [&](int nAt, int nChunk) {
+        uint8_t* arrIn[AV_NUM_DATA_POINTERS] = {};
+        uint8_t* arrOut[AV_NUM_DATA_POINTERS] = {};
+        SamplePlanes(src, nFirst + nAt, arrIn);
+        SamplePlanes(*m_spPending, m_nPendingFill, arrOut);
+        return m_audioConverter.ConvertRaw(arrIn, nChunk, arrOut, nChunk);
+      },
+      pOut);
+}
+
 int CFFEncodeSession::_CopyInto(const AVFrame& src, int nSamples, std::vector<ComPtr<IVCPacket>>* pOut) {
-  const int nFrameSize = m_spContext->frame_size > 0 ? m_spContext->frame_size : nSamples;
   const int nChannels = m_spContext->ch_layout.nb_channels;
-  int nFirst = 0;
-  while (nSamples > 0) {
-    if (!m_spPending) {
-      const int nErr = _NewPending(nFrameSize);
-      if (nErr < 0) return nErr;
-    }
-    const int nChunk = std::min(nSamples, m_spPending->nb_samples - m_nPendingFill);
-    av_samples_copy(m_spPending->extended_data, src.extended_data, m_nPendingFill, nFirst, nChunk, nChannels,
-                    m_spContext->sample_fmt);
-    m_nPendingFill += nChunk;
-    m_llNextSample += nChunk;
-    nFirst += nChunk;
-    nSamples -= nChunk;
-    if (m_nPendingFill == m_spPending->nb_samples) {
-      const int nErr = _SendPending(pOut);
-      if (nErr < 0) return nErr;
-    }
-  }
-  return 0;
+  return _Fill(
+      nSamples,
+      [&](int nAt, int nChunk) {
+        av_samples_copy(m_spPending->extended_data, src.extended_data, m_nPendingFill, nAt, nChunk, nChannels,
+                        m_spContext->sample_fmt);
+        return nChunk;
+      },
+      pOut);
 }
 
 K_TIME CFFEncodeSession::_PacketTime(const AVPacket& packet) {

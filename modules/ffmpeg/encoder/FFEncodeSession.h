@@ -13,6 +13,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 }
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -85,6 +86,12 @@ class CFFEncodeSession {
   void _BuildStreamInfo(double dblRate);
   int _SendVideo(const AVFrame& frame, const K_TIME& time, std::vector<ComPtr<IVCPacket>>* pOut);
   int _SendAudio(const AVFrame& frame, const K_TIME& time, std::vector<ComPtr<IVCPacket>>* pOut);
+  // Cuts nSamples input samples into codec frames: put(nFirst, nChunk)
+  // writes nChunk input samples from input sample nFirst on into the frame
+  // being filled, at its fill, and answers how many it wrote (or an
+  // AVERROR); each frame that fills up is sent.
+  int _Fill(int nSamples, const std::function<int(int nFirst, int nChunk)>& put,
+            std::vector<ComPtr<IVCPacket>>* pOut);
   // Converts nSamples of src, from sample nFirst on, into the codec frame
   // being filled, sending each frame that fills up. Only for a converter
   // that keeps the rate (it then holds nothing back).
