@@ -44,57 +44,29 @@ std::string NameOf(ITypeInfo* pInfo, MEMBERID memid) {
   return str;
 }
 
-// Owns a TYPEATTR, FUNCDESC or VARDESC borrowed from a type info.
-class CTypeAttr {
+// Owns a TYPEATTR, FUNCDESC or VARDESC borrowed from a type info: Get and
+// Release are the type info's matching pair.
+template <class T, auto Get, auto Release, class... Index>
+class CBorrowed {
  public:
-  explicit CTypeAttr(ITypeInfo* pInfo) : m_pInfo(pInfo) { m_hr = pInfo->GetTypeAttr(&m_pAttr); }
-  ~CTypeAttr() {
-    if (m_pAttr) m_pInfo->ReleaseTypeAttr(m_pAttr);
+  explicit CBorrowed(ITypeInfo* pInfo, Index... nIndex) : m_pInfo(pInfo) { m_hr = (pInfo->*Get)(nIndex..., &m_p); }
+  ~CBorrowed() {
+    if (m_p) (m_pInfo->*Release)(m_p);
   }
-  CTypeAttr(const CTypeAttr&) = delete;
-  CTypeAttr& operator=(const CTypeAttr&) = delete;
-  const TYPEATTR* operator->() const { return m_pAttr; }
-  bool Ok() const { return SUCCEEDED(m_hr) && m_pAttr; }
+  CBorrowed(const CBorrowed&) = delete;
+  CBorrowed& operator=(const CBorrowed&) = delete;
+  const T* operator->() const { return m_p; }
+  bool Ok() const { return SUCCEEDED(m_hr) && m_p; }
 
  private:
   ITypeInfo* m_pInfo;
-  TYPEATTR* m_pAttr = nullptr;
+  T* m_p = nullptr;
   HRESULT m_hr;
 };
 
-class CVarDesc {
- public:
-  CVarDesc(ITypeInfo* pInfo, UINT nIndex) : m_pInfo(pInfo) { m_hr = pInfo->GetVarDesc(nIndex, &m_pDesc); }
-  ~CVarDesc() {
-    if (m_pDesc) m_pInfo->ReleaseVarDesc(m_pDesc);
-  }
-  CVarDesc(const CVarDesc&) = delete;
-  CVarDesc& operator=(const CVarDesc&) = delete;
-  const VARDESC* operator->() const { return m_pDesc; }
-  bool Ok() const { return SUCCEEDED(m_hr) && m_pDesc; }
-
- private:
-  ITypeInfo* m_pInfo;
-  VARDESC* m_pDesc = nullptr;
-  HRESULT m_hr;
-};
-
-class CFuncDesc {
- public:
-  CFuncDesc(ITypeInfo* pInfo, UINT nIndex) : m_pInfo(pInfo) { m_hr = pInfo->GetFuncDesc(nIndex, &m_pDesc); }
-  ~CFuncDesc() {
-    if (m_pDesc) m_pInfo->ReleaseFuncDesc(m_pDesc);
-  }
-  CFuncDesc(const CFuncDesc&) = delete;
-  CFuncDesc& operator=(const CFuncDesc&) = delete;
-  const FUNCDESC* operator->() const { return m_pDesc; }
-  bool Ok() const { return SUCCEEDED(m_hr) && m_pDesc; }
-
- private:
-  ITypeInfo* m_pInfo;
-  FUNCDESC* m_pDesc = nullptr;
-  HRESULT m_hr;
-};
+using CTypeAttr = CBorrowed<TYPEATTR, &ITypeInfo::GetTypeAttr, &ITypeInfo::ReleaseTypeAttr>;
+using CVarDesc = CBorrowed<VARDESC, &ITypeInfo::GetVarDesc, &ITypeInfo::ReleaseVarDesc, UINT>;
+using CFuncDesc = CBorrowed<FUNCDESC, &ITypeInfo::GetFuncDesc, &ITypeInfo::ReleaseFuncDesc, UINT>;
 
 class TypeLibTest : public ::testing::Test {
  protected:

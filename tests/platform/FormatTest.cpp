@@ -245,29 +245,30 @@ TEST(FormatAgreementTest, StandardSpecs_MatchTheCLibrary) {
 }
 #endif
 
-TEST(TimeTextTest, ZeroAndWholeUnits) {
-  EXPECT_EQ(vc::TimeText(0), "00:00:00.000");
-  EXPECT_EQ(vc::TimeText(15'000'000), "00:00:01.500");
-  EXPECT_EQ(vc::TimeText(10'000), "00:00:00.001");
+TEST(TimeTextTest, UnitsSignUnsetAndLargeHours) {
   const REFERENCE_TIME rtHms = ((1LL * 60 + 2) * 60 + 3) * 10'000'000LL + 4 * 10'000LL;
-  EXPECT_EQ(vc::TimeText(rtHms), "01:02:03.004");
-  EXPECT_EQ(vc::TimeText(599'990'000), "00:00:59.999");
-  EXPECT_EQ(vc::TimeText(600'000'000), "00:01:00.000");
-}
-
-TEST(TimeTextTest, SubMillisecondDigits_AreCutTowardZero) {
-  EXPECT_EQ(vc::TimeText(9'999), "00:00:00.000");
-  EXPECT_EQ(vc::TimeText(19'999), "00:00:00.001");
-  EXPECT_EQ(vc::TimeText(-19'999), "-00:00:00.001");
-  EXPECT_EQ(vc::TimeText(-10'009'999), "-00:00:01.000");
-}
-
-TEST(TimeTextTest, NegativeUnsetAndLargeHours) {
-  EXPECT_EQ(vc::TimeText(-15'000'000), "-00:00:01.500");
-  EXPECT_EQ(vc::TimeText(VC_TIME_UNSET), "UNSET");
-  EXPECT_EQ(vc::TimeText(100LL * 3600 * 10'000'000), "100:00:00.000");
-  EXPECT_EQ(vc::TimeText(INT64_MAX), "256204778:48:05.477");
-  EXPECT_EQ(vc::TimeText(INT64_MIN + 1), "-256204778:48:05.477");
+  const struct {
+    REFERENCE_TIME rt;
+    const char* pszText;
+  } kCases[] = {
+      {0, "00:00:00.000"},
+      {15'000'000, "00:00:01.500"},
+      {10'000, "00:00:00.001"},
+      {rtHms, "01:02:03.004"},
+      {599'990'000, "00:00:59.999"},
+      {600'000'000, "00:01:00.000"},
+      // Digits below the millisecond are cut toward zero.
+      {9'999, "00:00:00.000"},
+      {19'999, "00:00:00.001"},
+      {-19'999, "-00:00:00.001"},
+      {-10'009'999, "-00:00:01.000"},
+      {-15'000'000, "-00:00:01.500"},
+      {VC_TIME_UNSET, "UNSET"},
+      {100LL * 3600 * 10'000'000, "100:00:00.000"},
+      {INT64_MAX, "256204778:48:05.477"},
+      {INT64_MIN + 1, "-256204778:48:05.477"},
+  };
+  for (const auto& c : kCases) EXPECT_EQ(vc::TimeText(c.rt), c.pszText) << c.rt;
 }
 
 TEST(TimeTextTest, WideForm_MatchesNarrowAndPrintsThroughWs) {

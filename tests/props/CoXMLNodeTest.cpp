@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CoXMLNode.h"
+#include "KPropsTestFacade.h"
 #include "VCAssert.h"
 
 namespace {
@@ -425,47 +426,29 @@ TEST_F(CoXMLNodeTest, CopyIntoOwnSubtree_CopiesTheTreeAsItWas) {
   EXPECT_EQ(Text(), "<props a=\"1\"><s><t a=\"1\"><s><t/></s></t></s></props>");
 }
 
-// Records what CopyToProps hands over; fails the names it is told to.
-class CRecordingProps : public IVCProps {
- public:
-  std::vector<std::pair<std::string, std::string>> m_vecSets;
-  std::string m_strFailName;
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override {
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-  ULONG STDMETHODCALLTYPE Release() override { return 1; }
-  HRESULT STDMETHODCALLTYPE PropsSet(BSTR bsName, BSTR bsValue) override {
-    m_vecSets.emplace_back(vc::ToUtf8(bsName), vc::ToUtf8(bsValue));
-    return m_vecSets.back().first == m_strFailName ? E_INVALIDARG : S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE PropsGet(BSTR, BSTR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsGetCount(BSTR, LONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsGetByIndex(BSTR, LONG, BSTR*, BSTR*, BOOL*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsRemove(BSTR) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsInfoGet(BSTR, eKInfoType, BSTR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsOptionGetCount(BSTR, LONG*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsOptionGetByIndex(BSTR, LONG, BSTR*, BSTR*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsOptionSetByIndex(BSTR, LONG) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE PropsOptionGet(BSTR, LONG*, BSTR*, BSTR*) override { return E_NOTIMPL; }
-};
-
 TEST_F(CoXMLNodeTest, CopyToProps_SetsEveryPathWithEncodedValues) {
+  using Sets = std::vector<std::pair<std::string, std::string>>;
+  const auto fSets = [](vctest::CFakeProps& props) {
+    Sets sets;
+    for (const auto& call : props.Calls()) sets.emplace_back(call.strName, call.strValue);
+    return sets;
+  };
   ASSERT_EQ(m_spRoot->Parse(S("<props a='1&amp;2'>own<s x='&nbsp;'>v</s><t/><s y='2'/></props>")), S_OK);
-  CRecordingProps props;
-  props.m_strFailName = "pre::s::x";
-  EXPECT_EQ(m_spRoot->CopyToProps(&props, S("pre")), E_INVALIDARG);
-  const std::vector<std::pair<std::string, std::string>> expected{
-      {"pre::a", "1&amp;2"}, {"pre", "own"}, {"pre::s::x", "&nbsp;"}, {"pre::s", "v"}, {"pre::s[1]::y", "2"}};
-  EXPECT_EQ(props.m_vecSets, expected);  // tried on after the failure
+  const vctest::FakePropsPtr cpProps = vctest::CreateFakeProps();
+  // One name fails; the copy goes on past it and reports the failure.
+  cpProps->m_fnDuringCall = [p = cpProps.Get()] {
+    p->m_hrAnswer = p->Calls().back().strName == "pre::s::x" ? E_INVALIDARG : S_OK;
+  };
+  EXPECT_EQ(m_spRoot->CopyToProps(cpProps.Get(), S("pre")), E_INVALIDARG);
+  EXPECT_EQ(fSets(*cpProps),
+            (Sets{{"pre::a", "1&amp;2"}, {"pre", "own"}, {"pre::s::x", "&nbsp;"}, {"pre::s", "v"}, {"pre::s[1]::y", "2"}}));
 
-  CRecordingProps noPrefix;
-  EXPECT_EQ(m_spRoot->CopyToProps(&noPrefix), S_OK);
-  ASSERT_FALSE(noPrefix.m_vecSets.empty());
-  EXPECT_EQ(noPrefix.m_vecSets[0], (std::pair<std::string, std::string>{"a", "1&amp;2"}));
-  EXPECT_EQ(noPrefix.m_vecSets[1].first, "s::x");  // the root's own value has no name to go under
+  const vctest::FakePropsPtr cpNoPrefix = vctest::CreateFakeProps();
+  EXPECT_EQ(m_spRoot->CopyToProps(cpNoPrefix.Get()), S_OK);
+  const Sets noPrefix = fSets(*cpNoPrefix);
+  ASSERT_GE(noPrefix.size(), 2u);
+  EXPECT_EQ(noPrefix[0], (std::pair<std::string, std::string>{"a", "1&amp;2"}));
+  EXPECT_EQ(noPrefix[1].first, "s::x");  // the root's own value has no name to go under
   EXPECT_EQ(m_spRoot->CopyToProps(nullptr), E_POINTER);
 }
 

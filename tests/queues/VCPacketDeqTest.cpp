@@ -34,6 +34,15 @@ struct PutOptions {
   bool bDrop = false;
 };
 
+// Always ready, with the drop valve set to rtMax.
+PutOptions Dropping(LONGLONG rtMax, bool bDrop = true) {
+  PutOptions opt;
+  opt.rtReady = 0;
+  opt.rtMax = rtMax;
+  opt.bDrop = bDrop;
+  return opt;
+}
+
 class VCPacketDeqTest : public ::testing::Test {
  protected:
   LONGLONG Put(const PacketSpec& shape, const PutOptions& opt, K_TIME* pTime = nullptr,
@@ -374,9 +383,7 @@ TEST_F(VCPacketDeqTest, ReadyEvent_SetOnceDurationReachesReady) {
 }
 
 TEST_F(VCPacketDeqTest, LastRemoval_ResetsEventAndEmptyGetAnswersEmpty) {
-  PutOptions opt;
-  opt.rtReady = 0;
-  PutTimed(2, 0, 40 * kMs, opt);
+  PutTimed(2, 0, 40 * kMs, Dropping(5 * kSec, false));
   Take();
   Take();
   EXPECT_FALSE(Ready());
@@ -442,10 +449,7 @@ TEST_F(VCPacketDeqTest, CompareOrder_LowersOnlyForSmallerFront) {
 // --- The drop valve --------------------------------------------------------
 
 TEST_F(VCPacketDeqTest, Drop_OnlyPastTwiceMaxPlusTwoSecondsOnePerPut) {
-  PutOptions opt;
-  opt.rtReady = 0;
-  opt.rtMax = 5 * kSec;
-  opt.bDrop = true;
+  const PutOptions opt = Dropping(5 * kSec);
   // 300 packets of 40 ms hold exactly 12 s: not past the limit.
   EXPECT_EQ(PutTimed(300, 0, 40 * kMs, opt), 12 * kSec);
   LONGLONG llDropped = -1;
@@ -465,9 +469,7 @@ TEST_F(VCPacketDeqTest, Drop_OnlyPastTwiceMaxPlusTwoSecondsOnePerPut) {
 }
 
 TEST_F(VCPacketDeqTest, Drop_NeverWhenNotAllowedOrNotReady) {
-  PutOptions opt;
-  opt.rtReady = 0;
-  opt.bDrop = false;
+  PutOptions opt = Dropping(5 * kSec, false);
   PutTimed(320, 0, 40 * kMs, opt);
   EXPECT_EQ(m_deq.DeqSize(), 320);
 
@@ -480,10 +482,7 @@ TEST_F(VCPacketDeqTest, Drop_NeverWhenNotAllowedOrNotReady) {
 }
 
 TEST_F(VCPacketDeqTest, Drop_BytesFollowAndTimesStay) {
-  PutOptions opt;
-  opt.rtReady = 0;
-  opt.rtMax = 0;  // limit 2 s: 50 packets of 40 ms
-  opt.bDrop = true;
+  const PutOptions opt = Dropping(0);  // limit 2 s: 50 packets of 40 ms
   PutTimed(51, 0, 40 * kMs, opt);
   EXPECT_EQ(m_deq.DeqSize(), 50);
   // The first time is not moved by a drop.
@@ -495,10 +494,7 @@ TEST_F(VCPacketDeqTest, Drop_BytesFollowAndTimesStay) {
 // --- Log lines -------------------------------------------------------------
 
 TEST_F(VCPacketDeqTest, DropLine_IsLevelThreeWithItsText) {
-  PutOptions opt;
-  opt.rtReady = 0;
-  opt.rtMax = 0;
-  opt.bDrop = true;
+  const PutOptions opt = Dropping(0);
   PutTimed(50, 0, 40 * kMs, opt);
   vc::CLogCapture capture(vc::eVCLL_Retry);
   PutTimed(1, 50 * 40 * kMs, 40 * kMs, opt, 50);

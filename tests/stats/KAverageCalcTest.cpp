@@ -261,28 +261,27 @@ TEST(KAverageTimeTest, StopWithCount_SpreadsTheTimeAndLeavesStartInPlace) {
   EXPECT_DOUBLE_EQ(dblMax, 8000.0);
 }
 
-TEST(KAverageTimeTest, MillisecondText_ShowsMillisecondsAndFrameRate) {
-  KAverageTime avg(8);
-  avg.Add(400000);
-  EXPECT_EQ(avg.Text(true), "Avg:40.000 (25.000 fps) Min:40.000 Max:40.000 Jitter:0.000 (msec)");
-  avg.Add(200000);
+TEST(KAverageTimeTest, Text_MillisecondsWithFrameRateOrRawValues) {
   // Mean 300000 (33.333 fps); deviations +-100000 over n - 1 = 1: 141421.36.
-  EXPECT_EQ(avg.Text(true), "Avg:30.000 (33.333 fps) Min:20.000 Max:40.000 Jitter:14.142 (msec)");
-}
-
-TEST(KAverageTimeTest, PlainText_ShowsRawValues) {
-  KAverageTime avg(8);
-  avg.Add(12);
-  avg.Add(13);
-  EXPECT_EQ(avg.Text(false), "Avg:12.500 Min:12.000 Max:13.000 Jitter:0.707");
-}
-
-TEST(KAverageTimeTest, EmptyOrZeroAverage_ReportsNoFrameRate) {
-  KAverageTime avg(8);
-  EXPECT_EQ(avg.Text(true), "Avg:0.000 (0.000 fps) Min:0.000 Max:0.000 Jitter:0.000 (msec)");
-  avg.Add(0);
-  EXPECT_EQ(avg.Text(true), "Avg:0.000 (0.000 fps) Min:0.000 Max:0.000 Jitter:0.000 (msec)");
-  EXPECT_EQ(avg.Text(false), "Avg:0.000 Min:0.000 Max:0.000 Jitter:0.000");
+  // An empty meter or a zero average has no frame rate.
+  const struct {
+    std::vector<double> vecSamples;
+    bool bMsec;
+    const char* pszText;
+  } kCases[] = {
+      {{}, true, "Avg:0.000 (0.000 fps) Min:0.000 Max:0.000 Jitter:0.000 (msec)"},
+      {{0}, true, "Avg:0.000 (0.000 fps) Min:0.000 Max:0.000 Jitter:0.000 (msec)"},
+      {{0}, false, "Avg:0.000 Min:0.000 Max:0.000 Jitter:0.000"},
+      {{400000}, true, "Avg:40.000 (25.000 fps) Min:40.000 Max:40.000 Jitter:0.000 (msec)"},
+      {{400000, 200000}, true, "Avg:30.000 (33.333 fps) Min:20.000 Max:40.000 Jitter:14.142 (msec)"},
+      {{12, 13}, false, "Avg:12.500 Min:12.000 Max:13.000 Jitter:0.707"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.pszText);
+    KAverageTime avg(8);
+    for (double dbl : c.vecSamples) avg.Add(dbl);
+    EXPECT_EQ(avg.Text(c.bMsec), c.pszText);
+  }
 }
 
 }  // namespace
