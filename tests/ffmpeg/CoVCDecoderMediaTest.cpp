@@ -9,10 +9,6 @@
 // decoders come from the built module through the runtime.
 #include <gtest/gtest.h>
 
-extern "C" {
-#include <libavutil/hwcontext.h>
-}
-
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -36,6 +32,7 @@ namespace {
 using vc::ComPtr;
 using vc::fftest::CDecoderRun;
 using vc::fftest::CTestPacketSource;
+using vc::fftest::DevicePresent;
 using vc::fftest::FrameProps;
 using vc::fftest::FrameTime;
 using vc::fftest::MediaExists;
@@ -87,14 +84,6 @@ CRunSummary Summarize(const CDecoderRun& run) {
     sum.vecTimes.push_back(time);
   }
   return sum;
-}
-
-// Whether this machine has the device: the question the hardware classes ask.
-bool DevicePresent(AVHWDeviceType eType) {
-  AVBufferRef* pDevice = nullptr;
-  const int nErr = av_hwdevice_ctx_create(&pDevice, eType, nullptr, nullptr, 0);
-  av_buffer_unref(&pDevice);
-  return nErr >= 0;
 }
 
 std::string Hex(HRESULT hr) {
@@ -306,12 +295,7 @@ TEST_P(CoVCDecoderSeekTest, DecodeAfterSegmentAtOneSecond_StartsNearItAndMatches
 // index to seek by; the TS starts later than 1 s).
 INSTANTIATE_TEST_SUITE_P(Media, CoVCDecoderSeekTest,
                          ::testing::Values("h264_aac.mp4", "mpeg2_pcm.mxf", "video_only.mp4"),
-                         [](const ::testing::TestParamInfo<const char*>& param) {
-                           std::string str = param.param;
-                           for (char& c : str)
-                             if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                           return str;
-                         });
+                         vc::fftest::MediaParamName);
 
 // ---- damaged input ----
 

@@ -219,4 +219,11 @@ bool SetProp(IUnknown* pObject, const char* szName, const char* szValue) {
   return SUCCEEDED(cpProps->PropsSet(bsName, bsValue));
 }
 
+bool DevicePresent(AVHWDeviceType eType) {
+  AVBufferRef* pDevice = nullptr;
+  const int nErr = av_hwdevice_ctx_create(&pDevice, eType, nullptr, nullptr, 0);
+  av_buffer_unref(&pDevice);
+  return nErr >= 0;
+}
+
 }  // namespace vc::fftest

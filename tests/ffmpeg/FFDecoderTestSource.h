@@ -9,6 +9,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/hwcontext.h>
 }
 
 #include <cstdint>
@@ -83,6 +84,9 @@ CDecoderRun RunDecoder(IVCDecoder* pDecoder, const std::vector<ComPtr<IVCPacket>
 // A frame's time and properties (zeroed when the frame refuses).
 K_TIME FrameTime(IVCFrame* pFrame);
 K_AV_PROPS FrameProps(IVCFrame* pFrame, LONG* plAudioSamples = nullptr);
+
+// Whether this machine has the device: the question the hardware classes ask.
+bool DevicePresent(AVHWDeviceType eType);
 
 // A property of an object as UTF-8 ("" when absent).
 std::string PropText(IUnknown* pObject, const char* szName);

@@ -11,8 +11,13 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
 
 #include "FFClasses.h"
 #include "FFFrame.h"
@@ -31,6 +36,39 @@ inline ComPtr<IVCFrame> NewFrame() {
   EXPECT_EQ(vc::ff::CreateFFFrame(nullptr, vc::IidOf<IVCFrame>(), reinterpret_cast<void**>(cpFrame.AddressOf())),
             S_OK);
   return cpFrame;
+}
+
+// Empty video properties of a format and size at 25 fps; nRowBytes 0 lets
+// the frame choose its own row length.
+inline K_AV_PROPS VideoProps(eVCCC fcc, int nWidth, int nHeight, int nRowBytes = 0) {
+  K_AV_PROPS props{};
+  props.vidProps.fccType = fcc;
+  props.vidProps.nWidth = nWidth;
+  props.vidProps.nHeight = nHeight;
+  props.vidProps.nRowBytes = nRowBytes;
+  props.vidProps.dblRate = 25.0;
+  return props;
+}
+
+inline K_AV_PROPS PropsOf(IVCFrame* pFrame, LONG* plSamples = nullptr) {
+  K_AV_PROPS props{};
+  EXPECT_EQ(pFrame->VCAVPropsGet(&props, plSamples), S_OK);
+  return props;
+}
+
+// The frame's 16-bit samples, interleaved.
+inline std::vector<int16_t> Samples16(IVCFrame* pFrame) {
+  LONG cb = 0;
+  LONGLONG ll = 0;
+  EXPECT_EQ(pFrame->VCAudioGetBytes(&cb, &ll), S_OK);
+  const auto* p = reinterpret_cast<const int16_t*>(ll);
+  return std::vector<int16_t>(p, p + cb / 2);
+}
+
+// A file name in the temporary folder that parallel test runs do not share.
+inline std::string TempPath(const char* pszName) {
+  return (std::filesystem::temp_directory_path() / (std::string("ffframe_") + std::to_string(getpid()) + "_" + pszName))
+      .string();
 }
 
 // Picture n of a moving gradient, YUV 4:2:0, luma and chroma both moving.

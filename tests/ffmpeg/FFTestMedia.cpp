@@ -1,5 +1,6 @@
 #include "FFTestMedia.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 
@@ -11,5 +12,12 @@ std::string MediaPath(const std::string& strName) {
 }
 
 bool MediaExists(const std::string& strName) { return std::filesystem::exists(MediaPath(strName)); }
+
+std::string MediaParamName(const ::testing::TestParamInfo<const char*>& param) {
+  std::string str = param.param;
+  for (char& c : str)
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  return str;
+}
 
 }  // namespace vc::fftest

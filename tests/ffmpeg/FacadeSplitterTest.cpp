@@ -39,44 +39,33 @@ std::string AllStreams(LONG nStreams) {
   return str;
 }
 
-// Every packet from rtStart on, straight from the inner splitter.
-PerStream ReadDirect(const std::string& strPath, LONGLONG rtStart, LONG* pnStreams) {
+// Every packet from rtStart on, taking from whichever stream comes next.
+PerStream ReadSegment(IVCSplitter* pSplitter, LONGLONG rtStart, LONG nStreams) {
   PerStream packets;
+  EXPECT_EQ(pSplitter->SplitterBeginSegment(rtStart, vc::CBstr(AllStreams(nStreams))), S_OK);
+  for (;;) {
+    vc::ComPtr<IVCPacket> cpPacket;
+    const HRESULT hr = pSplitter->SplitterPacketGet(-1, cpPacket.AddressOf(), nullptr);
+    if (hr == kEndOfMedia) break;
+    EXPECT_EQ(hr, S_OK);
+    if (FAILED(hr) || !cpPacket) break;
+    LONG nStream = -1;
+    const PacketKey key = KeyOf(cpPacket.Get(), &nStream);
+    packets[nStream].push_back(key);
+  }
+  return packets;
+}
+
+// The same straight from a fresh inner splitter.
+PerStream ReadDirect(const std::string& strPath, LONGLONG rtStart, LONG* pnStreams) {
   vc::ComPtr<IVCSplitter> cpSplitter;
   EXPECT_EQ(vc::ff::CreateFFSplitter(nullptr, vc::IidOf<IVCSplitter>(),
                                      reinterpret_cast<void**>(cpSplitter.AddressOf())),
             S_OK);
-  if (!cpSplitter) return packets;
+  if (!cpSplitter) return {};
   EXPECT_EQ(cpSplitter->SplitterOpen(vc::CBstr(strPath), nullptr, pnStreams), S_OK);
-  EXPECT_EQ(cpSplitter->SplitterBeginSegment(rtStart, vc::CBstr(AllStreams(*pnStreams))), S_OK);
-  for (;;) {
-    vc::ComPtr<IVCPacket> cpPacket;
-    const HRESULT hr = cpSplitter->SplitterPacketGet(-1, cpPacket.AddressOf(), nullptr);
-    if (hr == kEndOfMedia) break;
-    EXPECT_EQ(hr, S_OK);
-    if (FAILED(hr) || !cpPacket) break;
-    LONG nStream = -1;
-    const PacketKey key = KeyOf(cpPacket.Get(), &nStream);
-    packets[nStream].push_back(key);
-  }
+  PerStream packets = ReadSegment(cpSplitter.Get(), rtStart, *pnStreams);
   cpSplitter->SplitterClose();
-  return packets;
-}
-
-// The same through the facade, taking from whichever stream comes next.
-PerStream ReadFacade(IVCSplitter* pFacade, LONGLONG rtStart, LONG nStreams) {
-  PerStream packets;
-  EXPECT_EQ(pFacade->SplitterBeginSegment(rtStart, vc::CBstr(AllStreams(nStreams))), S_OK);
-  for (;;) {
-    vc::ComPtr<IVCPacket> cpPacket;
-    const HRESULT hr = pFacade->SplitterPacketGet(-1, cpPacket.AddressOf(), nullptr);
-    if (hr == kEndOfMedia) break;
-    EXPECT_EQ(hr, S_OK);
-    if (FAILED(hr) || !cpPacket) break;
-    LONG nStream = -1;
-    const PacketKey key = KeyOf(cpPacket.Get(), &nStream);
-    packets[nStream].push_back(key);
-  }
   return packets;
 }
 
@@ -99,7 +88,7 @@ TEST_P(FacadeSplitterTest, FacadeDeliversWhatTheInnerSplitterDeliversFromStartAn
     const PerStream direct = ReadDirect(strPath, rtStart, &nDirectStreams);
     ASSERT_EQ(nDirectStreams, nStreams);
     vc::CLogCapture log(vc::eVCLL_Error);
-    const PerStream viaFacade = ReadFacade(cpFacade.Get(), rtStart, nStreams);
+    const PerStream viaFacade = ReadSegment(cpFacade.Get(), rtStart, nStreams);
     // The end of the file is read once: consumers taking the buffered rest
     // do not send the thread back to a source that has ended.
     const std::vector<std::string> vecLines = log.Messages();
@@ -124,11 +113,6 @@ TEST_P(FacadeSplitterTest, FacadeDeliversWhatTheInnerSplitterDeliversFromStartAn
 INSTANTIATE_TEST_SUITE_P(Media, FacadeSplitterTest,
                          ::testing::Values("h264_aac.mp4", "hevc_opus.mkv", "mpeg2_mp2_2prog.ts", "mpeg2_pcm.mxf",
                                            "vp9_vorbis.webm", "video_only.mp4"),
-                         [](const ::testing::TestParamInfo<const char*>& param) {
-                           std::string str = param.param;
-                           for (char& c : str)
-                             if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                           return str;
-                         });
+                         vc::fftest::MediaParamName);
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <memory>
 #include <ostream>
+#include <utility>
 #include <vector>
 
 #include "FrameDouble.h"
@@ -22,10 +23,12 @@ constexpr LONGLONG kMs = VC_TIME_SECOND / 1000;
 
 // A video frame whose "picture" is a shared number: a clone by reference
 // shares it; any other clone would be a copy of the pixels and is refused.
+// With bRefuseRef it refuses the reference clone too, as a frame of another
+// implementation may.
 class CPicture final : public vctest::CFrameDouble {
  public:
-  CPicture(int nPicture, double dblRate, LONGLONG rtStart, LONGLONG rtEnd)
-      : m_spPicture(std::make_shared<int>(nPicture)) {
+  CPicture(int nPicture, double dblRate, LONGLONG rtStart, LONGLONG rtEnd, bool bRefuseRef = false)
+      : m_spPicture(std::make_shared<int>(nPicture)), m_bRefuseRef(bRefuseRef) {
     m_props.vidProps.fccType = eVCCC_I420;
     m_props.vidProps.nWidth = 64;
     m_props.vidProps.nHeight = 48;
@@ -71,6 +74,7 @@ class CPicture final : public vctest::CFrameDouble {
   }
   HRESULT STDMETHODCALLTYPE VCClone(IVCFrame** ppClone, eKFrameClone eType, eVCCC fcc) override {
     *ppClone = nullptr;
+    if (m_bRefuseRef) return E_NOTIMPL;
     if (eType != eKFC_VideoRef || fcc != eVCCC_Default) return E_INVALIDARG;
     CPicture* pClone = new CPicture(*this);
     pClone->m_bClone = true;
@@ -93,13 +97,14 @@ class CPicture final : public vctest::CFrameDouble {
   K_AV_PROPS m_props{};
   K_TIME m_time{};
   bool m_bClone = false;
+  bool m_bRefuseRef = false;
   int m_nPropsSets = 0;
   std::atomic<ULONG> m_nRef{1};
 };
 
-ComPtr<CPicture> Picture(int nPicture, double dblRate, LONGLONG rtStart, LONGLONG rtEnd) {
+ComPtr<CPicture> Picture(int nPicture, double dblRate, LONGLONG rtStart, LONGLONG rtEnd, bool bRefuseRef = false) {
   ComPtr<CPicture> cp;
-  cp.Attach(new CPicture(nPicture, dblRate, rtStart, rtEnd));
+  cp.Attach(new CPicture(nPicture, dblRate, rtStart, rtEnd, bRefuseRef));
   return cp;
 }
 
@@ -241,32 +246,27 @@ TEST_F(RateChangerTest, Gap_LastPictureStaysUntilTheNextStarts) {
 }
 
 TEST_F(RateChangerTest, EndFrame_LastsItsOwnSpanOrOneSourceFrame) {
-  // Its own end time: 100 ms of a last picture at 50 fps.
-  Start(50.0);
-  Put(0, 25.0, 0, 40 * kMs);
-  Put(1, 25.0, 40 * kMs, 140 * kMs);
-  Flush();
-  EXPECT_EQ(Pictures(), (std::vector<int>{0, 0, 1, 1, 1, 1, 1}));
-
-  // No end time: one frame of the source's rate.
-  m_vecOut.clear();
-  Start(50.0);
-  Put(0, 25.0, 0, VC_TIME_UNSET);
-  Flush();
-  EXPECT_EQ(Pictures(), (std::vector<int>{0, 0}));
-
-  // Neither: one output frame.
-  m_vecOut.clear();
-  Start(50.0);
-  Put(0, 0.0, 0, VC_TIME_UNSET);
-  Flush();
-  EXPECT_EQ(Pictures(), (std::vector<int>{0}));
-
-  // Nothing put, nothing out; a second flush adds nothing.
-  m_vecOut.clear();
-  Start(50.0);
-  Flush();
-  EXPECT_TRUE(m_vecOut.empty());
+  struct Case {
+    const char* szWhat;
+    std::vector<std::pair<double, std::pair<LONGLONG, LONGLONG>>> vecIn;  // source rate, start, end
+    std::vector<int> vecPictures;
+  } cases[] = {
+      {"its own end time: 100 ms of a last picture",
+       {{25.0, {0, 40 * kMs}}, {25.0, {40 * kMs, 140 * kMs}}},
+       {0, 0, 1, 1, 1, 1, 1}},
+      {"no end time: one frame of the source's rate", {{25.0, {0, VC_TIME_UNSET}}}, {0, 0}},
+      {"neither: one output frame", {{0.0, {0, VC_TIME_UNSET}}}, {0}},
+      {"nothing put, nothing out", {}, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.szWhat);
+    m_vecOut.clear();
+    Start(50.0);
+    int n = 0;
+    for (const auto& in : c.vecIn) Put(n++, in.first, in.second.first, in.second.second);
+    Flush();
+    EXPECT_EQ(Pictures(), c.vecPictures);
+  }
 }
 
 TEST_F(RateChangerTest, TimesThatGoBack_ContinueAfterTheHeldFrame) {
@@ -301,41 +301,9 @@ TEST_F(RateChangerTest, SinkGone_StopsTheDelivery) {
 
 // A frame that cannot be cloned by reference (another implementation's) is
 // a failure, never a silent copy.
-class CNoRefClone final : public vctest::CFrameDouble {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override {
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_nRef; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG n = --m_nRef;
-    if (n == 0) delete this;
-    return n;
-  }
-  HRESULT STDMETHODCALLTYPE VCAVPropsGet(K_AV_PROPS* p, LONG*) override {
-    *p = K_AV_PROPS{};
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE VCAVPropsSet(K_AV_PROPS*, BSTR) override { return S_OK; }
-  HRESULT STDMETHODCALLTYPE VCTimeGet(K_TIME* p) override {
-    *p = K_TIME{};
-    p->rtStartTime = m_rtStart;
-    p->rtEndTime = m_rtStart + 40 * kMs;
-    return S_OK;
-  }
-  LONGLONG m_rtStart = 0;
-
- private:
-  std::atomic<ULONG> m_nRef{1};
-};
-
 TEST_F(RateChangerTest, CloneRefused_FailsThePut) {
   Start(50.0);
-  ComPtr<CNoRefClone> cp0, cp1;
-  cp0.Attach(new CNoRefClone);
-  cp1.Attach(new CNoRefClone);
-  cp1->m_rtStart = 40 * kMs;
+  ComPtr<CPicture> cp0 = Picture(0, 25.0, 0, 40 * kMs, true), cp1 = Picture(1, 25.0, 40 * kMs, 80 * kMs, true);
   ASSERT_EQ(m_spChanger->Put(cp0.Get(), Collect()), S_OK);
   EXPECT_EQ(m_spChanger->Put(cp1.Get(), Collect()), E_NOTIMPL);
   EXPECT_TRUE(m_vecOut.empty());

@@ -175,12 +175,7 @@ TEST_P(FFDecoderAudioFileTest, DecodeAudio_SampleCountsMatchPlainLoop) {
 INSTANTIATE_TEST_SUITE_P(Media, FFDecoderAudioFileTest,
                          ::testing::Values("h264_aac.mp4", "hevc_opus.mkv", "mpeg2_mp2_2prog.ts", "mpeg2_pcm.mxf",
                                            "vp9_vorbis.webm"),
-                         [](const ::testing::TestParamInfo<const char*>& paramInfo) {
-                           std::string strName = paramInfo.param;
-                           for (char& c : strName)
-                             if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                           return strName;
-                         });
+                         vc::fftest::MediaParamName);
 
 TEST_F(FFDecoderAudioTest, NoLineInHints_FillsTheDefaultLine) {
   OpenSource("h264_aac.mp4");

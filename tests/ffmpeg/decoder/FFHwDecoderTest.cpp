@@ -5,10 +5,6 @@
 // decoder. Each test runs the branch this machine allows.
 #include <gtest/gtest.h>
 
-extern "C" {
-#include <libavutil/hwcontext.h>
-}
-
 #include <string>
 
 #include "FFClasses.h"
@@ -35,13 +31,7 @@ struct CHwCase {
   const char* szName;
 };
 
-// Whether this machine has the device: the same question the class asks.
-bool DevicePresent(AVHWDeviceType eType) {
-  AVBufferRef* pDevice = nullptr;
-  const int nErr = av_hwdevice_ctx_create(&pDevice, eType, nullptr, nullptr, 0);
-  av_buffer_unref(&pDevice);
-  return nErr >= 0;
-}
+using vc::fftest::DevicePresent;
 
 class FFHwDecoderTest : public ::testing::TestWithParam<CHwCase> {
  protected:

@@ -3,8 +3,6 @@
 // remapping through the properties.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -26,14 +24,10 @@ using vc::ComPtr;
 using namespace vc::ff;
 
 using vc::fftest::NewFrame;
+using vc::fftest::Samples16;
+using vc::fftest::TempPath;
 
-K_AUD_PROPS Aud(int nChannels, int nBits, int nRate = 48000) {
-  K_AUD_PROPS aud{};
-  aud.nChannels = nChannels;
-  aud.nSamplesPerSec = nRate;
-  aud.nBitsPerSample = nBits;
-  return aud;
-}
+K_AUD_PROPS Aud(int nChannels, int nBits, int nRate = 48000) { return K_AUD_PROPS{nChannels, nRate, nBits, 0}; }
 
 // A 16-bit frame whose sample s of channel c is value(s, c).
 template <class F>
@@ -48,23 +42,8 @@ ComPtr<IVCFrame> Pcm16(int nChannels, int nSamples, F value) {
   return cpFrame;
 }
 
-std::vector<int16_t> Samples16(IVCFrame* pFrame) {
-  LONG cb = 0;
-  LONGLONG ll = 0;
-  EXPECT_EQ(pFrame->VCAudioGetBytes(&cb, &ll), S_OK);
-  const auto* p = reinterpret_cast<const int16_t*>(ll);
-  return std::vector<int16_t>(p, p + cb / 2);
-}
-
-K_AUD_PROPS PropsOf(IVCFrame* pFrame, LONG* plSamples = nullptr) {
-  K_AV_PROPS props{};
-  EXPECT_EQ(pFrame->VCAVPropsGet(&props, plSamples), S_OK);
-  return props.audProps;
-}
-
-std::string TempPath(const char* pszName) {
-  return (std::filesystem::temp_directory_path() / (std::string("ffframe_") + std::to_string(getpid()) + "_" + pszName))
-      .string();
+K_AUD_PROPS AudOf(IVCFrame* pFrame, LONG* plSamples = nullptr) {
+  return vc::fftest::PropsOf(pFrame, plSamples).audProps;
 }
 
 // ---------------------------------------------------------------------------
@@ -82,7 +61,7 @@ ComPtr<IVCFrame> EightChannels() {
 
 std::vector<int16_t> FirstSample(IVCFrame* pFrame) {
   const std::vector<int16_t> vec = Samples16(pFrame);
-  return std::vector<int16_t>(vec.begin(), vec.begin() + static_cast<ptrdiff_t>(PropsOf(pFrame).nChannels));
+  return std::vector<int16_t>(vec.begin(), vec.begin() + static_cast<ptrdiff_t>(AudOf(pFrame).nChannels));
 }
 
 TEST(FFFrameChannelListTest, ListsRouteChannelsAndTracks) {
@@ -137,7 +116,7 @@ TEST(FFFrameAudioTest, AllocGivesSilenceOfTheAskedShape) {
   aud.nTrackSplitBits = 2;
   ASSERT_EQ(cpFrame->VCAudioAlloc(&aud, 100), S_OK);
   LONG lSamples = 0;
-  const K_AUD_PROPS got = PropsOf(cpFrame.Get(), &lSamples);
+  const K_AUD_PROPS got = AudOf(cpFrame.Get(), &lSamples);
   EXPECT_EQ(lSamples, 100);
   EXPECT_EQ(got.nChannels, 3);
   EXPECT_EQ(got.nSamplesPerSec, 44100);
@@ -155,7 +134,7 @@ TEST(FFFrameAudioTest, AllocGivesSilenceOfTheAskedShape) {
   EXPECT_EQ(cpFrame->VCAudioAlloc(&bad, 10), E_INVALIDARG);
   EXPECT_EQ(cpFrame->VCAudioAlloc(&aud, -1), E_INVALIDARG);
   EXPECT_EQ(cpFrame->VCAudioAlloc(nullptr, 1), E_POINTER);
-  EXPECT_EQ(PropsOf(cpFrame.Get()).nChannels, 3);  // unchanged
+  EXPECT_EQ(AudOf(cpFrame.Get()).nChannels, 3);  // unchanged
 }
 
 TEST(FFFrameAudioTest, SetCopiesAndChecksTheSize) {
@@ -175,7 +154,7 @@ TEST(FFFrameAudioTest, SetCopiesAndChecksTheSize) {
   ASSERT_EQ(cpFrame->VCAudioSet(&mono, cb, ll), S_OK);
   EXPECT_EQ(Samples16(cpFrame.Get()), (std::vector<int16_t>{1, 2, 3, 4, 5, 6}));
   LONG lSamples = 0;
-  PropsOf(cpFrame.Get(), &lSamples);
+  AudOf(cpFrame.Get(), &lSamples);
   EXPECT_EQ(lSamples, 6);
 }
 
@@ -195,7 +174,7 @@ TEST(FFFrameAudioTest, ChannelBytesWriteBackAndGrow) {
 
   EXPECT_EQ(cpFrame->VCAudioChannelGetBytes(3, FALSE, &cb, &ll), E_INVALIDARG);
   ASSERT_EQ(cpFrame->VCAudioChannelGetBytes(3, TRUE, &cb, &ll), S_OK);
-  EXPECT_EQ(PropsOf(cpFrame.Get()).nChannels, 4);
+  EXPECT_EQ(AudOf(cpFrame.Get()).nChannels, 4);
   EXPECT_EQ(reinterpret_cast<int16_t*>(ll)[0], 0);
   const std::vector<int16_t> vec = Samples16(cpFrame.Get());
   ASSERT_EQ(vec.size(), 16u);
@@ -323,7 +302,7 @@ TEST(FFFrameAudioTest, CopyToRoutesChannelsAndKeepsTheRest) {
   CBstr bsTo3(u"1:3");
   ASSERT_EQ(cpFrame->VCAudioCopyTo(bsTo3, cpOther.Get()), S_OK);
   LONG lSamples = 0;
-  EXPECT_EQ(PropsOf(cpOther.Get(), &lSamples).nChannels, 4);
+  EXPECT_EQ(AudOf(cpOther.Get(), &lSamples).nChannels, 4);
   EXPECT_EQ(lSamples, 3);
   EXPECT_EQ(Samples16(cpOther.Get()), (std::vector<int16_t>{0, 0, 0, 11, 0, 0, 0, 12, 0, 0, 0, 13}));
 
@@ -367,7 +346,7 @@ TEST(FFFrameAudioTest, WavFilesRoundTripAndAppend) {
   ComPtr<IVCFrame> cpLoaded = NewFrame();
   ASSERT_EQ(cpLoaded->VCAudioLoadFromFile(bsPath, 0, 0), S_OK);
   LONG lSamples = 0;
-  const K_AUD_PROPS aud = PropsOf(cpLoaded.Get(), &lSamples);
+  const K_AUD_PROPS aud = AudOf(cpLoaded.Get(), &lSamples);
   EXPECT_EQ(lSamples, 10);
   EXPECT_EQ(aud.nChannels, 2);
   EXPECT_EQ(aud.nSamplesPerSec, 48000);

@@ -23,6 +23,7 @@ using vc::ComPtr;
 using namespace vc::ff;
 
 using vc::fftest::NewFrame;
+using vc::fftest::Samples16;
 
 // A frame of another implementation, as if living in another process: it
 // answers the calls the frame object may make on a stranger (properties,
@@ -61,13 +62,6 @@ ComPtr<IVCFrame> Stereo16(std::vector<int16_t> vec) {
   return cpFrame;
 }
 
-std::vector<int16_t> Samples16(IVCFrame* pFrame) {
-  LONG cb = 0;
-  LONGLONG ll = 0;
-  EXPECT_EQ(pFrame->VCAudioGetBytes(&cb, &ll), S_OK);
-  const auto* p = reinterpret_cast<const int16_t*>(ll);
-  return std::vector<int16_t>(p, p + cb / 2);
-}
 
 TEST(FFFrameInteropTest, AudioCrossesToAndFromOtherImplementations) {
   ComPtr<IVCFrame> cpInner = Stereo16({1, 2, 3, 4});

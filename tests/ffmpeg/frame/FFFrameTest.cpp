@@ -73,16 +73,7 @@ ComPtr<IVCFrame> Wrap(AVFrame* pAvFrame, double dblRate = 25.0, int nBits = 0) {
 }
 
 using vc::fftest::NewFrame;
-
-K_AV_PROPS VideoProps(eVCCC fcc, int nWidth, int nHeight, int nRowBytes = 0) {
-  K_AV_PROPS props{};
-  props.vidProps.fccType = fcc;
-  props.vidProps.nWidth = nWidth;
-  props.vidProps.nHeight = nHeight;
-  props.vidProps.nRowBytes = nRowBytes;
-  props.vidProps.dblRate = 25.0;
-  return props;
-}
+using vc::fftest::VideoProps;
 
 template <class T>
 const T* At(LONGLONG ll) {

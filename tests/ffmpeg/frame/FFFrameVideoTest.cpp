@@ -7,18 +7,15 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 }
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <thread>
 #include <vector>
 
 #include "FFTestFrames.h"
+#include "FFTestHttpServer.h"
 #include "FFClasses.h"
 #include "FFFrame.h"
 #include "VCCodecsCore.h"
@@ -32,15 +29,10 @@ using vc::ComPtr;
 using namespace vc::ff;
 
 using vc::fftest::NewFrame;
-
-K_AV_PROPS VideoProps(eVCCC fcc, int nWidth, int nHeight) {
-  K_AV_PROPS props{};
-  props.vidProps.fccType = fcc;
-  props.vidProps.nWidth = nWidth;
-  props.vidProps.nHeight = nHeight;
-  props.vidProps.dblRate = 25.0;
-  return props;
-}
+using vc::fftest::PropsOf;
+using vc::fftest::ReadFileBytes;
+using vc::fftest::TempPath;
+using vc::fftest::VideoProps;
 
 VC_VID_PTR Planes(IVCFrame* pFrame) {
   VC_VID_PTR ptr{};
@@ -84,12 +76,6 @@ LONGLONG VideoAddress(IVCFrame* pFrame, LONG* pcb = nullptr) {
   return ll;
 }
 
-K_AV_PROPS PropsOf(IVCFrame* pFrame) {
-  K_AV_PROPS props{};
-  EXPECT_EQ(pFrame->VCAVPropsGet(&props, nullptr), S_OK);
-  return props;
-}
-
 // Peak signal-to-noise ratio of two same-sized planes.
 double Psnr(const VC_VID_PTR& a, const VC_VID_PTR& b, int nPlane) {
   double dblSum = 0;
@@ -103,16 +89,6 @@ double Psnr(const VC_VID_PTR& a, const VC_VID_PTR& b, int nPlane) {
   }
   const double dblMse = dblSum / (nW * nH);
   return dblMse == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 / dblMse);
-}
-
-std::string TempPath(const char* pszName) {
-  return (std::filesystem::temp_directory_path() / (std::string("ffframe_") + std::to_string(getpid()) + "_" + pszName))
-      .string();
-}
-
-std::vector<uint8_t> ReadFile(const std::string& strPath) {
-  std::ifstream file(strPath, std::ios::binary);
-  return std::vector<uint8_t>(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 // A frame with every part: picture, audio, a data block, a string, an object.
@@ -387,7 +363,7 @@ TEST(FFFramePictureFileTest, WritesImagesAndRawBytes) {
   const std::string strPng = TempPath("picture.png");
   CBstr bsPng(strPng);
   ASSERT_EQ(cpFrame->VCVideoSaveToFile(bsPng), S_OK);
-  const std::vector<uint8_t> vecPng = ReadFile(strPng);
+  const std::vector<uint8_t> vecPng = ReadFileBytes(strPng);
   ASSERT_GT(vecPng.size(), 8u);
   EXPECT_EQ(std::memcmp(vecPng.data(), "\x89PNG", 4), 0);
   // It decodes back to a picture of the same size.
@@ -409,14 +385,14 @@ TEST(FFFramePictureFileTest, WritesImagesAndRawBytes) {
   const std::string strJpg = TempPath("picture.JPG");
   CBstr bsJpg(strJpg);
   ASSERT_EQ(cpFrame->VCVideoSaveToFile(bsJpg), S_OK);
-  EXPECT_EQ(ReadFile(strJpg).at(0), 0xFF);
+  EXPECT_EQ(ReadFileBytes(strJpg).at(0), 0xFF);
 
   const std::string strRaw = TempPath("picture.yuv");
   CBstr bsRaw(strRaw);
   ASSERT_EQ(cpFrame->VCVideoSaveToFile(bsRaw), S_OK);
   LONG cb = 0;
   const LONGLONG ll = VideoAddress(cpFrame.Get(), &cb);
-  const std::vector<uint8_t> vecRaw = ReadFile(strRaw);
+  const std::vector<uint8_t> vecRaw = ReadFileBytes(strRaw);
   ASSERT_EQ(vecRaw.size(), static_cast<size_t>(cb));
   EXPECT_EQ(std::memcmp(vecRaw.data(), reinterpret_cast<void*>(ll), vecRaw.size()), 0);
   for (const std::string& str : {strPng, strJpg, strRaw}) std::filesystem::remove(str);

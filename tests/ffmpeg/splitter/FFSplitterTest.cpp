@@ -332,12 +332,7 @@ TEST_P(FFSplitterMediaTest, SegmentsDoNotDependOnWhatWasReadBefore) {
 INSTANTIATE_TEST_SUITE_P(GoodFiles, FFSplitterMediaTest,
                          ::testing::Values("h264_aac.mp4", "hevc_opus.mkv", "mpeg2_mp2_2prog.ts", "mpeg2_pcm.mxf",
                                            "vp9_vorbis.webm", "video_only.mp4"),
-                         [](const ::testing::TestParamInfo<const char*>& param) {
-                           std::string strName = param.param;
-                           for (char& c : strName)
-                             if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                           return strName;
-                         });
+                         vc::fftest::MediaParamName);
 
 // --- Selection ------------------------------------------------------------------------
 
